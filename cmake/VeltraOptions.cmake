@@ -1,0 +1,53 @@
+# What every target of the tree is compiled with, in one place: veltra_options.
+
+include(CheckCXXCompilerFlag)
+
+add_library(veltra_options INTERFACE)
+target_compile_features(veltra_options INTERFACE cxx_std_20)
+find_package(Threads REQUIRED)
+target_link_libraries(veltra_options INTERFACE Threads::Threads)
+
+if(MSVC)
+  target_compile_options(veltra_options INTERFACE /W4 /utf-8 $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:/WX>)
+else()
+  target_compile_options(veltra_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wcast-align
+    -Wimplicit-fallthrough
+    # g++ 12 at -O3 takes the joining of two short texts for an overlapping copy.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+    $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:-Werror>)
+endif()
+
+# A unique symbol keeps a module mapped after dlclose; nothing here may do that.
+check_cxx_compiler_flag(-fno-gnu-unique veltra_has_no_gnu_unique)
+if(veltra_has_no_gnu_unique)
+  target_compile_options(veltra_options INTERFACE -fno-gnu-unique)
+endif()
+
+# Log records show paths from the source root on, whatever the machine of the build looks like.
+check_cxx_compiler_flag(-fmacro-prefix-map=a=b veltra_has_macro_prefix_map)
+if(veltra_has_macro_prefix_map)
+  target_compile_options(veltra_options INTERFACE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+endif()
+
+# VELTRA_SANITIZE: a list for -fsanitize, such as "address,undefined" or "thread".
+set(VELTRA_SANITIZE "" CACHE STRING "Sanitizers to build with")
+if(VELTRA_SANITIZE)
+  target_compile_options(veltra_options INTERFACE -fsanitize=${VELTRA_SANITIZE} -fno-omit-frame-pointer
+                         -fno-sanitize-recover=all)
+  target_link_options(veltra_options INTERFACE -fsanitize=${VELTRA_SANITIZE})
+endif()
+
+# The parts of the library: position-independent, hidden by default. VELTRA_BUILDING_LIBRARY turns
+# the export macros into definitions.
+function(veltra_add_objects name)
+  add_library(${name} OBJECT ${ARGN})
+  target_link_libraries(${name} PUBLIC veltra_options)
+  target_compile_definitions(${name} PRIVATE VELTRA_BUILDING_LIBRARY)
+  set_target_properties(${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    C_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    CXX_EXTENSIONS OFF)
+endfunction()

@@ -1,0 +1,117 @@
+#ifndef OAK_NET_HTTPCLIENT_H
+#define OAK_NET_HTTPCLIENT_H
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Oak::Net {
+
+/// An absolute URL, kept as the text it was built from. The text is judged when it is sent.
+class URL {
+ public:
+    explicit URL(const std::string& text) : text_(text) {}
+
+    const std::string& Text() const { return text_; }
+
+ private:
+    std::string text_;
+};
+
+/// One request: method, URL, header fields, content type, body. Made, used and destroyed by one
+/// thread.
+class CHttpClientRequest {
+ public:
+    using HeaderField = std::pair<std::string, std::string>;
+
+    CHttpClientRequest(const std::string& method, const URL& url) : method_(method), url_(url) {}
+
+    /// The body, any bytes. A request without one goes out with an empty body.
+    void SetData(const std::string& data) { data_ = data; }
+    void SetData(std::string&& data) { data_ = std::move(data); }
+
+    /// Adds one header field. `Send` refuses the request when the name is not a token, the value
+    /// has CR, LF or NUL, or the field would frame the message, which is the client's business
+    /// (Content-Length, Transfer-Encoding).
+    void AddHeaderField(const std::string& name, const std::string& value) {
+        headers_.emplace_back(name, value);
+    }
+
+    /// The content type; without it, and without a field of that name, none is sent. With both the
+    /// field counts.
+    void SetContentType(const std::string& contentType) { contentType_ = contentType; }
+
+    const std::string& Method() const { return method_; }
+    const URL& Url() const { return url_; }
+    const std::vector<HeaderField>& Headers() const { return headers_; }
+    const std::string& ContentType() const { return contentType_; }
+    const std::string& Data() const { return data_; }
+
+ private:
+    std::string method_;
+    URL url_;
+    std::vector<HeaderField> headers_;
+    std::string contentType_;
+    std::string data_;
+};
+
+/// One response: empty until `Send` fills it.
+class CHttpClientResponse {
+ public:
+    /// The HTTP status code; 0 before an answer.
+    std::int32_t GetStatusCode() const { return status_; }
+
+    /// Copies the body to `*data`. True when there was an answer, even one with an empty body.
+    bool GetResponseData(std::string* data) const {
+        if (data == nullptr) return false;
+        *data = body_;
+        return delivered_;
+    }
+
+    /// For the client alone: takes a whole answer in place of what was held before.
+    void Deliver(std::int32_t status, std::string body) {
+        status_ = status;
+        body_ = std::move(body);
+        delivered_ = true;
+    }
+
+ private:
+    std::int32_t status_ = 0;
+    bool delivered_ = false;
+    std::string body_;
+};
+
+/// The HTTP client. Any number of threads may send at once with requests and responses of their
+/// own.
+///
+/// The first client made starts the transport below (and the TLS library with it); whatever
+/// registers its own end at process exit after that ends before the transport does.
+class HttpClient {
+ public:
+    /// A failure, as far as a caller could want to know; filled with zero bytes before `Send`.
+    struct Error {
+        std::int32_t code;  ///< the transport's own number for the failure; 0: none
+        char text[124];     ///< one line, zero-terminated, possibly cut
+    };
+
+    HttpClient();
+    ~HttpClient();
+    HttpClient(const HttpClient&) = delete;
+    HttpClient& operator=(const HttpClient&) = delete;
+
+    /// Performs the whole exchange on the calling thread, within the limits of
+    /// `HttpClientOptions`. True when an answer arrived in full, whatever its status; false, with
+    /// `response` as it was and one log record that says why, when none could be had. Redirects
+    /// are not followed. `error` may be null.
+    ///
+    /// False without a record in a forked child, and once the process is ending: exchanges under
+    /// way on threads that outlive main() then give up within a second, and the end waits two at
+    /// most for them.
+    static bool Send(const CHttpClientRequest& request, CHttpClientResponse* response,
+                     Error* error);
+};
+
+}  // namespace Oak::Net
+
+#endif

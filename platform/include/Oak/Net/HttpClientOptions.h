@@ -1,0 +1,54 @@
+#ifndef OAK_NET_HTTPCLIENTOPTIONS_H
+#define OAK_NET_HTTPCLIENTOPTIONS_H
+
+#include <Oak/Base/Export.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Oak {
+namespace Net {
+
+/// Limits, trust and proxy of every exchange with the gateway and with object storage.
+///
+/// A plain value: fill one in and hand it to `SetHttpClientOptions`.
+struct HttpClientOptions {
+    /// Longest time to reach the server, TLS handshake included, in milliseconds. 0 means the
+    /// default, 10 seconds: no exchange is without a limit.
+    std::uint32_t connectTimeoutMs = 10000;
+
+    /// Longest time of a whole exchange, in milliseconds. 0 means the default, 2 minutes. It is
+    /// also what bounds the wait for an exchange under way when the monitor thread is stopped.
+    /// Only a name lookup can outlast it, by what the system's resolver takes: it can't be cut
+    /// short, and no thread is left behind for it.
+    std::uint32_t totalTimeoutMs = 120000;
+
+    /// Largest response body that is accepted, in bytes; a longer one fails the exchange. 0 means
+    /// the default, 64 MiB.
+    std::uint64_t maxResponseBytes = 64ULL * 1024 * 1024;
+
+    /// File with the trusted certificates in PEM form, in place of the system's. Empty: the
+    /// system's.
+    std::string caFile;
+
+    /// Proxy, as a URL such as "http://proxy.example:3128". Empty: the platform's own setting (on
+    /// Linux the usual variables `https_proxy`, `all_proxy`, `no_proxy`). "direct": none. An
+    /// exchange with a loopback address never goes through a proxy.
+    std::string proxy;
+
+    /// Allows plain http to addresses other than loopback. Without it such a request is refused:
+    /// it would show the token, or a picture, to everyone on the road.
+    bool allowPlainHttp = false;
+};
+
+/// Makes `options` valid for every exchange that begins after the call; one under way keeps the
+/// options it began with. Connections made under earlier options are not used again.
+///
+/// Any thread may call it at any time; it doesn't block on an exchange. The layer itself never
+/// calls it. In a child forked from a process that uses the library it does nothing.
+OAK_API void SetHttpClientOptions(const HttpClientOptions& options);
+
+}  // namespace Net
+}  // namespace Oak
+
+#endif

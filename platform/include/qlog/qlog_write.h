@@ -1,0 +1,16 @@
+#ifndef QLOG_QLOG_WRITE_H
+#define QLOG_QLOG_WRITE_H
+
+#if defined(__GNUC__)
+#define QLOG_PRINTF_CHECK(text, first) __attribute__((format(printf, text, first)))
+#else
+#define QLOG_PRINTF_CHECK(text, first)
+#endif
+
+/// Writes one record; format and arguments as in printf. Not exported: hosts read records, they
+/// don't write them. Never throws; a record that can't be made for lack of memory is lost. A record
+/// below the level of the handler costs a comparison.
+void qlog_write(int level, const char* tag, const char* format, ...) noexcept
+    QLOG_PRINTF_CHECK(3, 4);
+
+#endif

@@ -1,0 +1,16 @@
+#ifndef SECFN_QPR_SSCANF_S_H
+#define SECFN_QPR_SSCANF_S_H
+
+#include <cstdint>
+
+#if defined(__GNUC__)
+#define SECFN_SCANF_CHECK(text, first) __attribute__((format(scanf, text, first)))
+#else
+#define SECFN_SCANF_CHECK(text, first)
+#endif
+
+/// Scans `text` as the standard sscanf_s does and returns the number of fields assigned, or -1 when
+/// the text ends before the first. One pointer per field.
+std::int32_t QPR_Sscanf_s(const char* text, const char* format, ...) SECFN_SCANF_CHECK(2, 3);
+
+#endif

@@ -1,0 +1,127 @@
+#include <Oak/Base/GuidUtil.h>
+#include <Oak/Base/Process.h>
+#include <Oak/Base/StandardStreams.h>
+#include <qlog/qlog.h>
+#include <qlog/qlog_write.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace {
+std::atomic<bool> entropyFails{false};
+}
+
+// Takes the place of the C library's.
+extern "C" ssize_t getrandom(void* buffer, std::size_t size, unsigned flags) {
+    if (!entropyFails) return syscall(SYS_getrandom, buffer, size, flags);
+    errno = ENOSYS;
+    return -1;
+}
+
+namespace {
+
+using Oak::Base::InForkedChild;
+
+bool IsPending(int signalNumber) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, signalNumber) == 1;
+}
+
+bool IsBlocked(int signalNumber) {
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    return sigismember(&blocked, signalNumber) == 1;
+}
+
+// Must come first: it needs a process that hasn't called InForkedChild yet.
+TEST(Fork, CountsOnlyAfterTheFirstCallAndSilencesTheLogger) {
+    EXPECT_EXIT(_exit(InForkedChild() ? 1 : 0), testing::ExitedWithCode(0), "");
+    EXPECT_FALSE(InForkedChild());
+    EXPECT_EXIT(_exit(InForkedChild() ? 1 : 0), testing::ExitedWithCode(1), "");
+    const auto ends = [](int, const char*, const char*, void*) { _exit(1); };
+    qlog_set_handler(ends, nullptr, 4);
+    EXPECT_EXIT((qlog_write(5, "T", "x"), _exit(0)), testing::ExitedWithCode(0), "");
+    qlog_set_handler(nullptr, nullptr, 4);
+}
+
+TEST(Process, AServiceThreadHasItsNameAndTakesFaultsOnly) {
+    Oak::Base::StartServiceThread("a name of more than 15 bytes", [] {
+        std::array<char, 64> name{};
+        pthread_getname_np(pthread_self(), name.data(), name.size());
+        EXPECT_STREQ(name.data(), "a name of more ");
+        for (const int asynchronous : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD, SIGPIPE, SIGALRM})
+            EXPECT_TRUE(IsBlocked(asynchronous)) << asynchronous;
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+            EXPECT_FALSE(IsBlocked(fault)) << fault;
+    }).join();
+    EXPECT_FALSE(IsBlocked(SIGTERM)) << "the starter's own mask is as before";
+}
+
+TEST(StandardStreams, WritesAllOfTheTextOrGivesUpWithoutASignal) {
+    const std::string text(1000000, 'x');  // more than a pipe holds
+    const auto write = Oak::Base::WriteStandardError;
+    const int saved = dup(STDERR_FILENO);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    std::string received(text.size(), ' ');
+    std::thread reader([&] {
+        for (std::size_t size = 0; size < text.size();)
+            size += static_cast<std::size_t>(read(ends[0], &received[size], text.size() - size));
+    });
+    write(text);
+    reader.join();
+    EXPECT_TRUE(received == text);
+
+    fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+    write(text);  // would block
+    close(ends[0]);
+    errno = ENOENT;
+    write("lost");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(IsPending(SIGPIPE) || IsBlocked(SIGPIPE));
+
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
+    EXPECT_EQ(raise(SIGPIPE), 0);
+    write("lost");
+    EXPECT_TRUE(IsPending(SIGPIPE) && IsBlocked(SIGPIPE)) << "the host's own signal";
+    int taken = 0;
+    sigwait(&pipeSignal, &taken);
+    pthread_sigmask(SIG_UNBLOCK, &pipeSignal, nullptr);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+}
+
+TEST(Guid, IsNewOnEveryCall) {
+    const std::regex version4(
+        "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    std::set<std::string> seen;
+    for (const bool fails : {false, true}) {
+        entropyFails = fails;
+        for (int i = 0; i < 100; ++i) {
+            const std::string guid = Oak::Base::GuidUtil::CreateGuid();
+            EXPECT_TRUE(std::regex_match(guid, version4)) << guid;
+            EXPECT_TRUE(seen.insert(guid).second) << guid;
+        }
+    }
+    entropyFails = false;
+}
+
+}  // namespace
