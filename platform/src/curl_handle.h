@@ -1,0 +1,86 @@
+#ifndef OAK_NET_CURL_HANDLE_H
+#define OAK_NET_CURL_HANDLE_H
+
+#include <Oak/Base/Noncopyable.h>
+
+#include <curl/curl.h>
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <type_traits>
+
+namespace Oak::Net {
+
+struct CurlDeleter {
+    void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
+    void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+    void operator()(char* text) const noexcept { curl_free(text); }
+};
+
+struct CurlShareDeleter {  // apart from the above: CURL and CURLSH are both void
+    void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
+};
+
+using CurlEasyPtr = std::unique_ptr<CURL, CurlDeleter>;
+using CurlUrlPtr = std::unique_ptr<CURLU, CurlDeleter>;
+using CurlListPtr = std::unique_ptr<curl_slist, CurlDeleter>;
+using CurlTextPtr = std::unique_ptr<char, CurlDeleter>;
+using CurlSharePtr = std::unique_ptr<CURLSH, CurlShareDeleter>;
+
+/// Names that were looked up and TLS sessions to resume, for all handles of one generation. Never
+/// connections: the library can't share those between threads.
+class CurlShare : private Oak::Base::CNoncopyable {
+ public:
+    CurlShare();
+
+    /// Null when there was no memory for it: handles then simply keep their own data.
+    CURLSH* Get() const noexcept { return share_.get(); }
+
+ private:
+    static void Lock(CURL* easy, curl_lock_data kind, curl_lock_access access,
+                     void* share) noexcept;
+    static void Unlock(CURL* easy, curl_lock_data kind, void* share) noexcept;
+
+    std::array<std::mutex, CURL_LOCK_DATA_LAST> locks_;
+    CurlSharePtr share_;  // destroyed before the locks, which its end still takes
+};
+
+/// One easy handle with its connections; serves one thread at a time.
+class CurlHandle : private Oak::Base::CNoncopyable {
+ public:
+    /// `share` outlives the handle. Throws std::bad_alloc when the library gives no handle.
+    explicit CurlHandle(CURLSH* share);
+
+    /// Sets one option. The first failure is kept, and `Perform` returns it, so that a list of
+    /// options needs no test after each.
+    template <typename Value>
+    CurlHandle& Set(CURLoption option, Value value) noexcept {
+        static_assert(std::is_same_v<Value, long> || std::is_same_v<Value, curl_off_t> ||
+                          std::is_pointer_v<Value> || std::is_null_pointer_v<Value>,
+                      "the library reads the argument with exactly the option's type");
+        if (setUp_ == CURLE_OK) setUp_ = curl_easy_setopt(easy_.get(), option, value);
+        return *this;
+    }
+
+    /// Performs the exchange that was set up; the setters' failure, if there was one.
+    CURLcode Perform() noexcept;
+
+    /// The status of the answer; 0 without one.
+    long Status() const noexcept;
+
+    /// Forgets all options, and with them every pointer into a request; keeps the connections.
+    void Reset() noexcept;
+
+ private:
+    void LeaveSignalsAlone() noexcept;
+
+    CurlEasyPtr easy_;
+    CURLcode setUp_ = CURLE_OK;
+};
+
+}  // namespace Oak::Net
+
+#endif

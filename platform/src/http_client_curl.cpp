@@ -1,0 +1,379 @@
+#include "http_target_curl.h"
+#include "http_transport_curl.h"
+
+#include <Oak/Net/HttpClient.h>
+#include <Oak/Net/HttpClientOptions.h>
+#include <qlog/qlog_write.h>
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace Oak::Net {
+namespace {
+
+/// All header fields of one exchange, interim answers and trailers included. Below what the library
+/// itself takes for one answer (300 KiB), so that the reason is told right.
+constexpr std::size_t maxHeaderBytes = std::size_t{256} * 1024;
+
+/// Why an exchange failed. Fixed texts alone: the library's own message may quote a URL.
+struct Failure {
+    const char* reason;
+    CURLcode code;
+    const char* detail;
+};
+
+constexpr Failure refusedMethod{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
+                                "the method is not a token"};
+constexpr Failure refusedHeader{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
+                                "a field that would break the message"};
+constexpr Failure refusedUrl{"refused URL", CURLE_URL_MALFORMAT, "not an absolute http(s) URL"};
+constexpr Failure refusedPlainHttp{"refused URL", CURLE_UNSUPPORTED_PROTOCOL,
+                                   "plain http to another machine is not allowed"};
+constexpr Failure overLimit{"limit", CURLE_FILESIZE_EXCEEDED, "the answer is too large"};
+/// The library's answer, too, to a request head that exceeds what it sends (1 MiB).
+constexpr Failure noMemory{"limit", CURLE_OUT_OF_MEMORY, "no memory, or a request head over 1 MiB"};
+constexpr Failure noTls{"other", CURLE_NOT_BUILT_IN, "the HTTP library has no TLS"};
+constexpr Failure notUsable{"other", CURLE_FAILED_INIT, "no usable HTTP library"};
+/// Tells nobody: a forked child may take no lock for a record, and where the process is ending the
+/// handler's own world may be gone.
+constexpr Failure ended{"ended", CURLE_ABORTED_BY_CALLBACK, "the HTTP client is not available"};
+
+const char* ReasonOf(CURLcode code) {
+    switch (code) {
+        case CURLE_OPERATION_TIMEDOUT:
+            return "time-out";
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_RESOLVE_PROXY:
+        case CURLE_COULDNT_CONNECT:
+        case CURLE_PROXY:
+        case CURLE_SSL_CONNECT_ERROR:
+            return "could not connect";
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_ISSUER_ERROR:
+        case CURLE_SSL_INVALIDCERTSTATUS:
+            return "certificate";
+        case CURLE_FILESIZE_EXCEEDED:
+            return "limit";
+        case CURLE_GOT_NOTHING:
+        case CURLE_PARTIAL_FILE:
+        case CURLE_RECV_ERROR:
+        case CURLE_SEND_ERROR:
+            return "cut off";
+        default:
+            return "other";
+    }
+}
+
+// --- What goes out -------------------------------------------------------------------------------
+
+/// The token of RFC 9110: method and field names.
+bool IsToken(std::string_view text) {
+    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [marks](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               marks.find(c) != std::string_view::npos;
+    });
+}
+
+bool SameName(std::string_view left, std::string_view right) {
+    const auto lower = [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [lower](char a, char b) { return lower(a) == lower(b); });
+}
+
+/// The client frames the message; a second statement on its length would let one request be read
+/// as two.
+bool FramesMessage(std::string_view name) {
+    return SameName(name, "Content-Length") || SameName(name, "Transfer-Encoding");
+}
+
+bool MayBeSent(std::string_view name, std::string_view value) {
+    return IsToken(name) && !FramesMessage(name) &&
+           value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+/// The header fields of a request in the form that the library takes.
+class HeaderList {
+ public:
+    void AddField(const std::string& name, const std::string& value) {
+        // "Name:" would tell the library to leave the field out; "Name;" sends it without a value.
+        const bool blank = value.find_first_not_of(" \t\v\f") == std::string::npos;
+        AddLine(blank ? name + ";" : name + ": " + value);
+    }
+
+    /// Takes away a field that the library adds by itself.
+    void LeaveOut(const char* name) { AddLine(std::string(name) + ":"); }
+
+    curl_slist* Get() const { return list_.get(); }
+
+ private:
+    void AddLine(const std::string& line) {
+        curl_slist* longer = curl_slist_append(list_.get(), line.c_str());
+        if (longer == nullptr) throw std::bad_alloc();
+        if (list_ == nullptr) list_.reset(longer);
+    }
+
+    CurlListPtr list_;
+};
+
+/// Nothing when a field may not be sent. A content type among the fields counts before the one
+/// that was set: a request carries one.
+std::optional<HeaderList> HeadersOf(const CHttpClientRequest& request) {
+    HeaderList list;
+    bool hasContentType = false;
+    for (const auto& [name, value] : request.Headers()) {
+        if (!MayBeSent(name, value)) return std::nullopt;
+        hasContentType = hasContentType || SameName(name, "Content-Type");
+        list.AddField(name, value);
+    }
+    if (!MayBeSent("Content-Type", request.ContentType())) return std::nullopt;
+    if (!hasContentType && !request.ContentType().empty())
+        list.AddField("Content-Type", request.ContentType());
+    else if (!hasContentType)
+        list.LeaveOut("Content-Type");
+    // With it the library would hold back a large body for a second when the server says nothing.
+    list.LeaveOut("Expect");
+    return list;
+}
+
+// --- What comes in -------------------------------------------------------------------------------
+
+/// What the callbacks of one exchange see. They run inside the library, which no exception may
+/// cross, and log nothing.
+struct Reception {
+    std::uint64_t bodyLimit = 0;
+    bool loopbackOnly = false;
+    std::string body;
+    std::size_t headerBytes = 0;
+    const Failure* failure = nullptr;  // why a callback ended the transfer
+};
+
+std::size_t Abort(Reception& reception, const Failure& failure) noexcept {
+    reception.failure = &failure;
+    return CURL_WRITEFUNC_ERROR;
+}
+
+std::size_t TakeBody(char* data, std::size_t size, std::size_t count, void* context) noexcept {
+    auto& reception = *static_cast<Reception*>(context);
+    const std::size_t bytes = size * count;
+    if (bytes > reception.bodyLimit - reception.body.size()) return Abort(reception, overLimit);
+    try {
+        reception.body.append(data, bytes);
+    } catch (const std::exception&) {
+        return Abort(reception, noMemory);
+    }
+    return bytes;
+}
+
+std::size_t TakeHeader(char*, std::size_t size, std::size_t count, void* context) noexcept {
+    auto& reception = *static_cast<Reception*>(context);
+    const std::size_t bytes = size * count;
+    if (bytes > maxHeaderBytes - reception.headerBytes) return Abort(reception, overLimit);
+    reception.headerBytes += bytes;
+    return bytes;
+}
+
+/// The sockets of an exchange: not inherited by programs that the host starts, and to loopback
+/// alone where the permission to go without TLS rests on that, whatever the name resolved to.
+curl_socket_t OpenSocket(void* context, curlsocktype, curl_sockaddr* address) noexcept {
+    const auto& reception = *static_cast<const Reception*>(context);
+    if (reception.loopbackOnly && !IsLoopback(*address)) return CURL_SOCKET_BAD;
+    return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+/// Asked at least once a second.
+int MustGiveUp(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
+    return TransportVisit::Ending() ? 1 : 0;
+}
+
+// --- The exchange --------------------------------------------------------------------------------
+
+/// The same for every exchange, and set on every use. Some are the library's defaults; what trust
+/// rests on is said all the same.
+constexpr std::pair<CURLoption, long> fixedOptions[] = {
+    {CURLOPT_FOLLOWLOCATION, 0},  // a redirect would carry the token elsewhere
+    {CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1},
+    {CURLOPT_HTTP09_ALLOWED, 0},
+    {CURLOPT_HTTP_CONTENT_DECODING, 0},  // the body limit counts what came over the wire
+    {CURLOPT_PATH_AS_IS, 1},             // a signature covers the path as it was handed out
+    {CURLOPT_NETRC, CURL_NETRC_IGNORED},
+    {CURLOPT_QUICK_EXIT, 0},  // an abandoned lookup thread would outlive an unload of the module
+    {CURLOPT_SSL_VERIFYPEER, 1},
+    {CURLOPT_SSL_VERIFYHOST, 2},
+    {CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2},  // or later
+};
+
+/// Both `long` everywhere and what the library keeps have room for 31 bits: 24 days.
+long Milliseconds(std::uint32_t value) {
+    constexpr std::uint32_t most = std::numeric_limits<std::int32_t>::max();
+    return static_cast<long>(std::min(value, most));
+}
+
+curl_off_t Bytes(std::uint64_t value) {
+    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
+    return static_cast<curl_off_t>(std::min(value, most));
+}
+
+void SetTrust(CurlHandle& curl, const CurlLibrary& library, const std::string& caFile) {
+    if (library.hasProxyTls) {
+        curl.Set(CURLOPT_PROXY_SSL_VERIFYPEER, 1L)
+            .Set(CURLOPT_PROXY_SSL_VERIFYHOST, 2L)
+            .Set(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    }
+    if (!library.hasTls || caFile.empty()) return;
+    // The built-in folder of certificates would stay trusted beside the file.
+    curl.Set(CURLOPT_CAINFO, caFile.c_str()).Set(CURLOPT_CAPATH, nullptr);
+    if (!library.hasProxyTls) return;
+    curl.Set(CURLOPT_PROXY_CAINFO, caFile.c_str()).Set(CURLOPT_PROXY_CAPATH, nullptr);
+}
+
+void SetProxy(CurlHandle& curl, const HttpTarget& target, const std::string& proxy) {
+    if (target.loopback || proxy == "direct")
+        curl.Set(CURLOPT_PROXY, "");  // none, the environment's neither
+    else if (!proxy.empty())
+        curl.Set(CURLOPT_PROXY, proxy.c_str()).Set(CURLOPT_NOPROXY, "");
+}
+
+void SetLimits(CurlHandle& curl, const HttpClientOptions& options) {
+    curl.Set(CURLOPT_CONNECTTIMEOUT_MS, Milliseconds(options.connectTimeoutMs))
+        .Set(CURLOPT_TIMEOUT_MS, Milliseconds(options.totalTimeoutMs))
+        // Refuses early what announces its length; TakeBody counts what arrives.
+        .Set(CURLOPT_MAXFILESIZE_LARGE, Bytes(options.maxResponseBytes));
+}
+
+/// Points into the request, whose bytes are not copied.
+void SetRequest(CurlHandle& curl, const CHttpClientRequest& request, const HttpTarget& target,
+                const HeaderList& headers) {
+    curl.Set(CURLOPT_CURLU, target.url.get()).Set(CURLOPT_HTTPHEADER, headers.Get());
+    if (request.Method() == "HEAD") {
+        curl.Set(CURLOPT_NOBODY, 1L);  // else a body would be waited for
+        return;
+    }
+    // POST with an empty body, too, sends Content-Length: 0; the verb alone is replaced.
+    curl.Set(CURLOPT_POST, 1L)
+        .Set(CURLOPT_POSTFIELDS, request.Data().data())
+        .Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.Data().size()))
+        .Set(CURLOPT_CUSTOMREQUEST, request.Method().c_str());
+}
+
+void SetCallbacks(CurlHandle& curl, Reception& reception) {
+    void* const context = &reception;
+    curl.Set(CURLOPT_WRITEFUNCTION, &TakeBody)
+        .Set(CURLOPT_WRITEDATA, context)
+        .Set(CURLOPT_HEADERFUNCTION, &TakeHeader)
+        .Set(CURLOPT_HEADERDATA, context)
+        .Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket)
+        .Set(CURLOPT_OPENSOCKETDATA, context)
+        .Set(CURLOPT_XFERINFOFUNCTION, &MustGiveUp)
+        .Set(CURLOPT_NOPROGRESS, 0L);
+}
+
+std::optional<Failure> Refusal(const CurlLibrary& library, const HttpClientOptions& options,
+                               const HttpTarget& target) {
+    if (!library.usable) return notUsable;
+    if (target.tls && !library.hasTls) return noTls;
+    if (!target.tls && !target.plainlyLoopback && !options.allowPlainHttp) return refusedPlainHttp;
+    return std::nullopt;
+}
+
+/// Fills `response` when it returns nothing.
+std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
+                                const HttpTarget& target, CHttpClientResponse* response) {
+    const CurlLibrary& library = transport.Library();
+    const HttpGenerationPtr generation = transport.Generation();
+    const HttpClientOptions& options = generation->options;
+    if (const auto refusal = Refusal(library, options, target)) return refusal;
+    if (!IsToken(request.Method())) return refusedMethod;
+    const auto headers = HeadersOf(request);
+    if (!headers) return refusedHeader;
+
+    Reception reception;
+    reception.bodyLimit = options.maxResponseBytes;
+    reception.loopbackOnly = !target.tls && !options.allowPlainHttp;
+    HandleList handle = transport.Take(generation);
+    CurlHandle& curl = handle.front().curl;
+    for (const auto& [option, value] : fixedOptions)
+        curl.Set(option, value);
+    SetTrust(curl, library, options.caFile);
+    SetProxy(curl, target, options.proxy);
+    SetLimits(curl, options);
+    SetRequest(curl, request, target, *headers);
+    SetCallbacks(curl, reception);
+
+    const CURLcode code = curl.Perform();
+    if (reception.failure != nullptr) return *reception.failure;
+    if (code == CURLE_ABORTED_BY_CALLBACK) return ended;
+    if (code == CURLE_OUT_OF_MEMORY) return noMemory;
+    if (code != CURLE_OK) return Failure{ReasonOf(code), code, curl_easy_strerror(code)};
+    const auto status = static_cast<std::int32_t>(curl.Status());
+    transport.GiveBack(std::move(handle));
+    if (response != nullptr) response->Deliver(status, std::move(reception.body));
+    return std::nullopt;
+}
+
+void Describe(const Failure& failure, HttpClient::Error* error) {
+    if (error == nullptr) return;
+    error->code = static_cast<std::int32_t>(failure.code);
+    // Cut where the room ends, as the record's owner expects.
+    static_cast<void>(
+        std::snprintf(error->text, sizeof error->text, "%s: %s", failure.reason, failure.detail));
+}
+
+/// Method and target are shown only once they were found harmless.
+void Report(const Failure& failure, const CHttpClientRequest& request, const std::string& target) {
+    qlog_write(4, "Oak", "HTTP exchange failed, %s: %s [%s %s]", failure.reason, failure.detail,
+               IsToken(request.Method()) ? request.Method().c_str() : "-",
+               target.empty() ? "-" : target.c_str());
+}
+
+/// The visit ends before any record is written, and a log handler runs.
+std::optional<Failure> Attempt(const CHttpClientRequest& request, CHttpClientResponse* response,
+                               std::string& shown) noexcept {
+    const TransportVisit visit;
+    if (visit.Get() == nullptr) return ended;
+    try {
+        auto target = ParseHttpTarget(request.Url().Text());
+        if (!target) return refusedUrl;
+        shown.swap(target->shown);
+        return Exchange(*visit.Get(), request, *target, response);
+    } catch (const std::exception&) {
+        return noMemory;
+    }
+}
+
+}  // namespace
+
+HttpClient::HttpClient() {
+    const TransportVisit start;
+}
+
+HttpClient::~HttpClient() {}  // the transport outlives every client
+
+bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* response,
+                      Error* error) {
+    std::string shown;
+    const auto failure = Attempt(request, response, shown);
+    if (!failure) return true;
+    Describe(*failure, error);
+    if (failure->code != ended.code) Report(*failure, request, shown);
+    return false;
+}
+
+void SetHttpClientOptions(const HttpClientOptions& options) {
+    const TransportVisit visit;
+    if (visit.Get() != nullptr) visit.Get()->SetOptions(options);
+}
+
+}  // namespace Oak::Net

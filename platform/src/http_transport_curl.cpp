@@ -1,0 +1,158 @@
+#include "http_transport_curl.h"
+
+#include <Oak/Base/Process.h>
+
+#include <openssl/crypto.h>
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <iterator>
+#include <thread>
+#include <utility>
+
+namespace Oak::Net {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The oldest library whose TLS writes are known to go out with MSG_NOSIGNAL, so that a server that
+/// hangs up never raises SIGPIPE in the host.
+constexpr unsigned oldestVersion = 0x075800;  // 7.88.0
+
+HttpClientOptions WithDefaultsForZero(HttpClientOptions options) {
+    const HttpClientOptions standard;
+    if (options.connectTimeoutMs == 0) options.connectTimeoutMs = standard.connectTimeoutMs;
+    if (options.totalTimeoutMs == 0) options.totalTimeoutMs = standard.totalTimeoutMs;
+    if (options.maxResponseBytes == 0) options.maxResponseBytes = standard.maxResponseBytes;
+    return options;
+}
+
+/// Starts the TLS library without its exit handler. That handler frees tables which a host thread
+/// inside a handshake still reads while the process ends; the memory goes back to the system
+/// anyway. Where the host started the TLS library first the handler stands already; see Lifetime.
+void StartTlsLibrary() noexcept {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+}
+
+std::atomic<bool> ended{false};
+std::atomic<std::uint32_t> visitors{0};
+
+/// Makes the transport and, at process exit or unload, ends it.
+///
+/// Calls under way at that moment are those of host threads that outlive main(). They give up
+/// within the second in which the library next asks them, and get that long: exit handlers run in
+/// reverse order, so a handler of the TLS library that the host had registered before comes next,
+/// and would crash them. What is still in use after that (by a name lookup that hangs, say) stays
+/// where it is: freed under its user it would crash a process that is about to end well.
+class Lifetime : private Oak::Base::CNoncopyable {
+ public:
+    Lifetime() : transport_(new HttpTransport) {}
+    ~Lifetime() {
+        // Both sides write first and read then, in one total order: either the visitor sees the
+        // end, or the end sees the visitor.
+        ended.store(true);
+        if (!Oak::Base::InForkedChild() && LastVisitorLeft()) delete transport_;
+    }
+
+    HttpTransport* Get() const noexcept { return transport_; }
+
+ private:
+    static bool LastVisitorLeft() {
+        const auto patience = Clock::now() + std::chrono::seconds(2);
+        while (visitors.load() != 0) {
+            if (Clock::now() > patience) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
+    }
+
+    HttpTransport* const transport_;
+};
+
+}  // namespace
+
+HttpGeneration::HttpGeneration(const HttpClientOptions& wanted)
+    : options(WithDefaultsForZero(wanted)) {}
+
+CurlLibrary::CurlLibrary() noexcept
+    : started((StartTlsLibrary(), curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK)) {
+    if (!started) return;
+    const curl_version_info_data* loaded = curl_version_info(CURLVERSION_NOW);
+    usable = loaded->version_num >= oldestVersion;
+    hasTls = (loaded->features & CURL_VERSION_SSL) != 0;
+    hasProxyTls = (loaded->features & CURL_VERSION_HTTPS_PROXY) != 0;
+}
+
+CurlLibrary::~CurlLibrary() {
+    if (started) curl_global_cleanup();
+}
+
+HttpTransport::HttpTransport()
+    : current_(std::make_shared<const HttpGeneration>(HttpClientOptions())) {}
+
+void HttpTransport::SetOptions(const HttpClientOptions& options) {
+    HttpGenerationPtr replaced = std::make_shared<const HttpGeneration>(options);
+    HandleList retired;
+    const std::lock_guard lock(mutex_);  // last: what is replaced is closed after its release
+    current_.swap(replaced);
+    retired.swap(idle_);
+}
+
+HttpGenerationPtr HttpTransport::Generation() const {
+    const std::lock_guard lock(mutex_);
+    return current_;
+}
+
+HandleList HttpTransport::Take(const HttpGenerationPtr& generation) {
+    HandleList taken;
+    HandleList aged;
+    {
+        const std::lock_guard lock(mutex_);
+        RemoveAgedInto(aged);
+        if (generation == current_ && !idle_.empty())
+            taken.splice(taken.begin(), idle_, idle_.begin());
+    }
+    if (taken.empty()) taken.emplace_front(generation);
+    return taken;
+}
+
+void HttpTransport::GiveBack(HandleList handle) noexcept {
+    handle.front().curl.Reset();
+    HandleList surplus;
+    const std::lock_guard lock(mutex_);  // last: surplus, aged and outdated handles outlast it
+    if (handle.front().generation != current_) return;
+    handle.front().idleSince = Clock::now();
+    idle_.splice(idle_.begin(), handle);
+    RemoveAgedInto(surplus);
+    if (idle_.size() > maxIdleHandles)
+        surplus.splice(surplus.begin(), idle_, std::prev(idle_.end()));
+}
+
+void HttpTransport::RemoveAgedInto(HandleList& aged) noexcept {
+    const auto oldest = Clock::now() - maxIdleTime;
+    while (!idle_.empty() && idle_.back().idleSince < oldest)
+        aged.splice(aged.begin(), idle_, std::prev(idle_.end()));
+}
+
+TransportVisit::TransportVisit() noexcept {
+    if (Oak::Base::InForkedChild()) return;
+    counted_ = true;
+    visitors.fetch_add(1);
+    if (ended.load()) return;
+    try {
+        static Lifetime lifetime;
+        transport_ = lifetime.Get();
+    } catch (const std::exception&) {  // no memory: the next visit tries again
+    }
+}
+
+TransportVisit::~TransportVisit() {
+    if (counted_) visitors.fetch_sub(1);
+}
+
+bool TransportVisit::Ending() noexcept {
+    return ended.load();
+}
+
+}  // namespace Oak::Net

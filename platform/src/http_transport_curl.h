@@ -1,0 +1,104 @@
+#ifndef OAK_NET_HTTP_TRANSPORT_CURL_H
+#define OAK_NET_HTTP_TRANSPORT_CURL_H
+
+#include "curl_handle.h"
+
+#include <Oak/Base/Noncopyable.h>
+#include <Oak/Net/HttpClientOptions.h>
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <mutex>
+
+namespace Oak::Net {
+
+/// What all exchanges between two calls of SetHttpClientOptions have in common.
+struct HttpGeneration : private Oak::Base::CNoncopyable {
+    /// A limit of 0 is replaced by its default.
+    explicit HttpGeneration(const HttpClientOptions& wanted);
+
+    const HttpClientOptions options;
+    const CurlShare share;
+};
+
+using HttpGenerationPtr = std::shared_ptr<const HttpGeneration>;
+
+/// A handle of the pool, bound to its generation.
+struct PooledHandle {
+    explicit PooledHandle(const HttpGenerationPtr& owner)
+        : generation(owner), curl(owner->share.Get()) {}
+
+    HttpGenerationPtr generation;  // first: the share in it outlives the handle
+    CurlHandle curl;
+    std::chrono::steady_clock::time_point idleSince;
+};
+
+/// A list, since a handle then changes hands without memory being allocated: no answer is lost for
+/// lack of memory once it has arrived.
+using HandleList = std::list<PooledHandle>;
+
+/// The HTTP and TLS libraries, started for as long as this lives.
+struct CurlLibrary : private Oak::Base::CNoncopyable {
+    CurlLibrary() noexcept;
+    ~CurlLibrary();
+
+    const bool started;
+    bool usable = false;       ///< started, and not too old
+    bool hasTls = false;       ///< built with TLS
+    bool hasProxyTls = false;  ///< built with TLS on the way to a proxy
+};
+
+/// The process-wide part of the client: the library below, the options, the pool of idle handles.
+/// Any thread may call any member at any time. No lock is held while a handle is made or closed.
+class HttpTransport : private Oak::Base::CNoncopyable {
+ public:
+    static constexpr std::size_t maxIdleHandles = 32;
+    static constexpr std::chrono::seconds maxIdleTime{60};
+
+    HttpTransport();
+
+    const CurlLibrary& Library() const noexcept { return library_; }
+
+    void SetOptions(const HttpClientOptions& options);
+    HttpGenerationPtr Generation() const;
+
+    /// A list of one handle: the newest idle one of this generation, or a new one.
+    HandleList Take(const HttpGenerationPtr& generation);
+
+    /// Takes back a handle whose exchange ended well. After any other end the caller destroys it:
+    /// nobody knows what its connections still carry.
+    void GiveBack(HandleList handle) noexcept;
+
+ private:
+    void RemoveAgedInto(HandleList& aged) noexcept;  // mutex_ is held
+
+    const CurlLibrary library_;  // first: started before, ended after all that uses it
+    mutable std::mutex mutex_;
+    HttpGenerationPtr current_;  // guarded by mutex_
+    HandleList idle_;            // guarded by mutex_; newest first, all of current_
+};
+
+/// Access to the transport for the time of one call. The first one starts it.
+///
+/// Null when there is nothing to use: in a forked child, whose copies of the locks and connections
+/// are the parent's business; once the process or the module is ending; and when there was no
+/// memory to start it. Visits are counted, so that the end never frees what a visitor still uses.
+/// An exchange under way asks Ending() now and then, and gives up when it says so.
+class TransportVisit : private Oak::Base::CNoncopyable {
+ public:
+    TransportVisit() noexcept;
+    ~TransportVisit();
+
+    HttpTransport* Get() const noexcept { return transport_; }
+
+    static bool Ending() noexcept;
+
+ private:
+    bool counted_ = false;
+    HttpTransport* transport_ = nullptr;
+};
+
+}  // namespace Oak::Net
+
+#endif

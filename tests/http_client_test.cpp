@@ -1,0 +1,322 @@
+#include "support/raw_server.h"
+
+#include <Oak/Net/HttpClient.h>
+#include <Oak/Net/HttpClientOptions.h>
+#include <qlog/qlog.h>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+using Oak::Net::CHttpClientRequest;
+using Oak::Net::CHttpClientResponse;
+using Oak::Net::HttpClient;
+using Oak::Net::HttpClientOptions;
+using Oak::Net::SetHttpClientOptions;
+using Oak::Net::URL;
+using TestSupport::RawServer;
+
+const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+
+struct Outcome {
+    bool sent = false;
+    CHttpClientResponse response;
+    HttpClient::Error error{};
+
+    std::string Body() const {
+        std::string body;
+        response.GetResponseData(&body);
+        return body;
+    }
+};
+
+Outcome Send(const CHttpClientRequest& request) {
+    Outcome outcome;
+    outcome.response.Deliver(-1, "untouched");
+    outcome.sent = HttpClient::Send(request, &outcome.response, &outcome.error);
+    return outcome;
+}
+
+Outcome Post(const std::string& url) {
+    return Send(CHttpClientRequest("POST", URL(url)));
+}
+
+CHttpClientRequest Request(const std::string& method, const std::string& url,
+                           const std::string& name, const std::string& value,
+                           const std::string& type = {}, const std::string& body = {}) {
+    CHttpClientRequest request(method, URL(url));
+    request.AddHeaderField(name, value);
+    request.SetContentType(type);
+    request.SetData(body);
+    return request;
+}
+
+void Limit(std::uint64_t maxResponseBytes, const std::string& proxy) {
+    HttpClientOptions options;
+    options.totalTimeoutMs = 2000;
+    options.maxResponseBytes = maxResponseBytes;
+    options.proxy = proxy;
+    options.allowPlainHttp = true;
+    SetHttpClientOptions(options);
+}
+
+/// Answers with the target asked for, so that no answer goes astray unseen.
+void Echo(RawServer::Peer& peer) {
+    for (auto request = peer.ReadRequest(); !request.empty(); request = peer.ReadRequest()) {
+        const std::string target = request.substr(5, request.find(' ', 5) - 5);
+        auto rest = target == "/bad" ? "9999999999" : std::to_string(target.size());
+        peer.Write("HTTP/1.1 200 OK\r\nContent-Length: " + rest.append("\r\n\r\n").append(target));
+        if (target == "/reset") peer.Reset();
+        if (target == "/reset" || target == "/close") return;
+    }
+}
+
+/// Answers one request and ends the connection.
+RawServer::Script Once(const std::string& answer) {
+    return [answer](RawServer::Peer& peer) {
+        peer.ReadRequest();
+        peer.Write(answer);
+    };
+}
+
+class HttpClientTest : public testing::Test {
+ protected:
+    HttpClientTest() {
+        SetHttpClientOptions({});
+        qlog_set_handler(&Keep, this, 1);
+    }
+    ~HttpClientTest() override { qlog_set_handler(nullptr, nullptr, 4); }
+
+    /// Nothing arrived, and one record says why. Every failing request carries the word "secret"
+    /// where no record may show it.
+    void ExpectFailure(const Outcome& outcome, const std::string& reason) {
+        EXPECT_FALSE(outcome.sent);
+        EXPECT_EQ(outcome.response.GetStatusCode(), -1);
+        EXPECT_EQ(outcome.Body(), "untouched");
+        EXPECT_NE(outcome.error.code, 0);
+        EXPECT_EQ(std::string(outcome.error.text).rfind(reason + ":", 0), 0U) << outcome.error.text;
+        const std::lock_guard lock(mutex_);
+        EXPECT_EQ(records_.size(), 1U);
+        for (const auto& record : records_) {
+            EXPECT_EQ(record.rfind("4 Oak HTTP exchange failed, " + reason + ":", 0), 0U) << record;
+            EXPECT_EQ(record.find("secret"), std::string::npos) << record;
+        }
+        records_.clear();
+    }
+
+ private:
+    static void Keep(int level, const char* tag, const char* message, void* test) {
+        auto* const self = static_cast<HttpClientTest*>(test);
+        const std::lock_guard lock(self->mutex_);
+        self->records_.push_back(std::to_string(level) + " " + tag + " " + message);
+    }
+
+    std::mutex mutex_;
+    std::vector<std::string> records_;
+};
+
+TEST_F(HttpClientTest, PutsOnTheWireExactlyWhatWasAsked) {
+    const std::string bytes("\0\xff\r\n\r\n{}", 8);
+    const std::string big(3'000'000, '\0');
+    const std::string longText(500'000, 'x');
+    const struct {
+        std::string method, target, name, value, type, body, expectedField;
+    } cases[] = {
+        {"POST", "/q?a=%2F&b=/../", "Authorization", "Bearer t", "a/b", "{}",
+         "Authorization: Bearer t\r\nContent-Type: a/b\r\n"},
+        {"POST", "/", "content-type", "a/b", "c/d", "{}", "content-type: a/b\r\n"},
+        {"PUT", "/a/../%2e/b?sig=A%2Bb&x=", "X-Empty", "", "", bytes, "X-Empty:\r\n"},
+        {"PUT", "/big", "X-Blank", " \t", "", big, "X-Blank:\r\n"},
+        {"POST", "/" + longText, "X-Long", longText, "", "", "X-Long: " + longText + "\r\n"},
+    };
+    RawServer server(RawServer::Always(ok));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.method + ' ' + c.name);
+        const Outcome outcome =
+            Send(Request(c.method, server.Url(c.target), c.name, c.value, c.type, c.body));
+        EXPECT_EQ(outcome.response.GetStatusCode(), 200) << outcome.error.text;
+        EXPECT_EQ(outcome.Body(), "ok");
+        const std::string expected =
+            c.method + ' ' + c.target + " HTTP/1.1\r\nHost: " + server.Authority() +
+            "\r\nAccept: */*\r\n" + c.expectedField +
+            "Content-Length: " + std::to_string(c.body.size()) + "\r\n\r\n" + c.body;
+        EXPECT_EQ(server.Requests().back().compare(expected), 0);
+    }
+}
+
+TEST_F(HttpClientTest, RefusesWhatWouldBreakTheMessage) {
+    RawServer server(RawServer::Always(ok));
+    const auto expectRefused = [&](const std::string& method, const std::string& name,
+                                   const std::string& value, const std::string& type) {
+        SCOPED_TRACE(testing::PrintToString(method + '|' + name + '|' + value + '|' + type));
+        ExpectFailure(Send(Request(method, server.Url(), name, value, type)), "refused header");
+    };
+    for (const auto& text : {"secret\rX: 1"s, "secret\nX: 1"s, "secret\0"s}) {
+        expectRefused(text, "X", "", "");
+        expectRefused("POST", text, "", "");
+        expectRefused("POST", "X", text, "");
+        expectRefused("POST", "X", "", text);
+    }
+    for (const char* name :
+         {"", "a b", "a:", "a;", "\xc3\xa4", "content-length", "Transfer-Encoding"})
+        expectRefused("POST", name, "secret", "");
+    EXPECT_EQ(server.Connections(), 0U);
+}
+
+TEST_F(HttpClientTest, RefusesUrls) {
+    RawServer server(RawServer::Always(ok));
+    const std::string port = server.Authority().substr(9) + "/";
+    std::istringstream words(  // with the server's port behind, which a freer reading would reach
+        "http:127.0.0.1 http:///127.0.0.1 //127.0.0.1 127.0.0.1 http://127.1 http://0x7f.0.0.1 "
+        "http://0177.0.0.1 http://2130706433 http://0 http://[::] http://%6cocalhost http://[::1 "
+        "http://127.0.0.1%00 http://[::ffff:127.0.0.1] http://[::1%25lo] http://localhost. "
+        "http://xlocalhost http://evil.example\\@127.0.0.1 ftp://127.0.0.1 gopher://127.0.0.1 "
+        "ws://127.0.0.1 http://gateway.example/?secret http://127.0.0.1:80@evil.example/?secret "
+        "http://evil.example#@127.0.0.1 http://127.0.0.1.evil.example http:// http:///secret "
+        "file:///etc/secret secret http://127.0.0.1:9 http://192.0.2.1");
+    std::vector<std::string> urls = {"", "http://127.0.0.1 " + port, server.Url("/\r\nX: secret"),
+                                     server.Url("/a secret"), server.Url("/\0secret\x7f"s)};
+    for (std::string word; words >> word;)
+        urls.push_back(word + port);
+    for (const auto& url : urls) {
+        SCOPED_TRACE(url);
+        ExpectFailure(Post(url), "refused URL");
+    }
+    EXPECT_EQ(server.Connections(), 0U);
+    for (const char* host : {"LocalHost", "user:secret@127.0.0.1"})
+        EXPECT_TRUE(Post("http://"s + host + port).sent) << host;
+    for (const char* host : {"[::1]", "[0:0:0:0:0:0:0:1]", "127.9.8.7"})  // nobody listens there
+        ExpectFailure(Post("http://"s + host + ":1/"), "could not connect");
+}
+
+TEST_F(HttpClientTest, TakesBodiesUpToTheLimitAsTheyCameAndFollowsNoRedirect) {
+    Limit(5, "");
+    RawServer elsewhere(RawServer::Always(ok));
+    const struct {
+        std::string head, exact, oneOver;
+    } framings[] = {
+        {"Content-Encoding: gzip\r\nContent-Length: ", "5\r\n\r\n12345", "6\r\n\r\n123456"},
+        {"Transfer-Encoding: chunked\r\n\r\n", "5\r\n12345\r\n0\r\n\r\n",
+         "6\r\n123456\r\n0\r\n\r\n"},
+        {"Connection: close\r\n\r\n", "12345", "123456"},
+    };
+    for (const auto& framing : framings) {
+        SCOPED_TRACE(framing.head);
+        const auto head = "HTTP/1.1 307 Go\r\nLocation: " + elsewhere.Url() + "\r\n" + framing.head;
+        RawServer exact(Once(head + framing.exact));
+        const Outcome outcome = Post(exact.Url());
+        EXPECT_TRUE(outcome.sent) << outcome.error.text;
+        EXPECT_EQ(outcome.response.GetStatusCode(), 307);
+        EXPECT_EQ(outcome.Body(), "12345");
+        RawServer oneOver(Once(head + framing.oneOver));
+        ExpectFailure(Post(oneOver.Url()), "limit");
+    }
+    EXPECT_EQ(elsewhere.Connections(), 0U);
+}
+
+TEST_F(HttpClientTest, FailsWithAReasonAndLeavesTheResponseAlone) {
+    const std::string head = "HTTP/1.1 200 OK\r\n";
+    const std::string cut = head + "Content-Length: 9\r\n\r\n1";
+    const std::string field = "X: " + std::string(900, 'x') + "\r\n";
+    const std::string text(9000, 'x');
+    const auto reset = &RawServer::Peer::Reset;
+    const auto stall = &RawServer::Peer::Stall;
+    const struct {
+        std::string answer, endlessly, reason;
+        void (RawServer::Peer::*end)() = nullptr;
+    } cases[] = {
+        {"", "", "time-out", stall},
+        {cut, "", "time-out", stall},
+        {"", "", "cut off"},
+        {"", "", "cut off", reset},
+        {cut, "", "cut off"},
+        {head + "Transfer-Encoding: chunked\r\n\r\n9\r\n1", "", "cut off"},
+        {"SSH-2.0-x\r\n\r\n", "", "other"},
+        {head, field, "limit"},
+        {head + "X: ", text, "limit"},
+        {"", "HTTP/1.1 102 Wait\r\n\r\n", "limit"},
+        {head + "\r\n", text, "limit"},
+    };
+    Limit(100'000, "");
+    std::string gone;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.answer + '|' + c.endlessly.substr(0, 20) + '|' + c.reason);
+        RawServer server([&c](RawServer::Peer& peer) {
+            Once(c.answer)(peer);
+            if (c.end != nullptr) (peer.*c.end)();
+            while (!c.endlessly.empty() && peer.Write(c.endlessly)) {
+            }
+        });
+        gone = "http://user:secret@" + server.Authority() + "/path?secret";
+        ExpectFailure(Send(Request("POST", gone, "Authorization", "Bearer secret")), c.reason);
+    }
+    ExpectFailure(Post(gone), "could not connect");
+}
+
+TEST_F(HttpClientTest, KeepsItsConnectionAsLongAsItIsGood) {
+    RawServer server(Echo);
+    const auto sendMany = [&](int count, const char* target) {
+        for (int i = 0; i < count; ++i)
+            ASSERT_TRUE(Post(server.Url(target)).sent) << i << target;
+    };
+    sendMany(1000, "/");
+    // A forked child does nothing.
+    EXPECT_EXIT(_exit(Post(server.Url()).sent ? 1 : 0), testing::ExitedWithCode(0), "");
+    sendMany(1, "/");
+    EXPECT_EQ(server.Connections(), 1U);
+    ExpectFailure(Post(server.Url("/bad")), "limit");
+    sendMany(2, "/");
+    EXPECT_EQ(server.Connections(), 2U);
+    sendMany(100, "/close");
+    sendMany(100, "/reset");
+    EXPECT_EQ(server.Requests().size(), 1204U);
+}
+
+TEST_F(HttpClientTest, ServesManyThreads) {
+    constexpr std::size_t threadCount = 16;
+    RawServer server(Echo);
+    const auto runThreads = [&](int count, bool changing) {
+        std::vector<std::thread> threads;
+        for (std::size_t id = 0; id < threadCount; ++id)
+            threads.emplace_back([&server, id, count, changing] {
+                for (int i = 0; i < count; ++i) {
+                    if (changing && id == 0) SetHttpClientOptions({});
+                    const auto target = "/" + std::to_string(id) + "/" + std::to_string(i);
+                    EXPECT_EQ(Post(server.Url(target)).Body(), target);
+                }
+            });
+        for (auto& thread : threads)
+            thread.join();
+    };
+    runThreads(100, false);
+    EXPECT_LE(server.Connections(), threadCount);
+    runThreads(20, true);
+}
+
+TEST_F(HttpClientTest, UsesTheProxyExceptForLoopback) {
+    RawServer proxy(RawServer::Always(ok));
+    RawServer server(RawServer::Always(ok));
+    setenv("no_proxy", "*", 1);  // doesn't weaken a proxy that was named
+    for (const std::string& text : {proxy.Url(), ""s, "direct"s}) {
+        Limit(100, text);
+        EXPECT_EQ(Post("http://gateway.invalid/a").sent, text != "direct") << text;
+        EXPECT_TRUE(Post(server.Url()).sent) << text;
+        unsetenv("no_proxy");
+        setenv("http_proxy", proxy.Url().c_str(), 1);
+    }
+    unsetenv("http_proxy");
+    EXPECT_EQ(server.Requests().size(), 3U);
+    ASSERT_EQ(proxy.Requests().size(), 2U);
+    EXPECT_EQ(proxy.Requests()[0].rfind("POST http://gateway.invalid/a HTTP/1.1\r\n", 0), 0U);
+}
+
+}  // namespace

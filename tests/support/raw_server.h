@@ -1,0 +1,177 @@
+#ifndef TESTS_SUPPORT_RAW_SERVER_H
+#define TESTS_SUPPORT_RAW_SERVER_H
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace TestSupport {
+
+/// A server on 127.0.0.1 that says byte for byte what its script tells it, right or wrong, and
+/// keeps what it heard. The script runs once a connection, on a thread of its own; the connection
+/// ends with it.
+class RawServer {
+ public:
+    /// One connection, as the script sees it.
+    class Peer {
+     public:
+        Peer(RawServer& server, int socket) : server_(server), socket_(socket) {}
+
+        /// The next request, head and body (by Content-Length); empty at the end of the connection.
+        std::string ReadRequest() {
+            std::size_t whole = std::string::npos;
+            while (heard_.size() < whole) {
+                char buffer[16384];
+                const ssize_t count = recv(socket_, buffer, sizeof buffer, 0);
+                if (count <= 0) return {};
+                heard_.append(buffer, static_cast<std::size_t>(count));
+                if (whole == std::string::npos) whole = WholeLength();
+            }
+            std::string request = heard_.substr(0, whole);
+            heard_.erase(0, whole);
+            server_.Keep(request);
+            return request;
+        }
+
+        /// False once the other side has hung up.
+        bool Write(std::string_view bytes) {
+            while (!bytes.empty()) {
+                const ssize_t count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+                if (count <= 0) return false;
+                bytes.remove_prefix(static_cast<std::size_t>(count));
+            }
+            return true;
+        }
+
+        /// Says nothing more until the other side hangs up or the server ends.
+        void Stall() {
+            char byte = 0;
+            while (recv(socket_, &byte, 1, 0) > 0) {
+            }
+        }
+
+        /// The connection ends with a reset in place of an orderly end.
+        void Reset() {
+            const linger atOnce{1, 0};
+            setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        }
+
+     private:
+        friend class RawServer;
+
+        std::size_t WholeLength() const {
+            const auto end = heard_.find("\r\n\r\n");
+            if (end == std::string::npos) return end;
+            const auto field = heard_.find("\r\nContent-Length: ");
+            if (field > end) return end + 4;
+            return end + 4 + std::strtoul(heard_.c_str() + field + 18, nullptr, 10);
+        }
+
+        void Close() {
+            const std::lock_guard lock(server_.mutex_);
+            close(socket_);
+            socket_ = -1;
+        }
+
+        RawServer& server_;
+        int socket_;
+        std::string heard_;
+        std::thread thread_;
+    };
+
+    using Script = std::function<void(Peer&)>;
+
+    explicit RawServer(Script script) : script_(std::move(script)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto* const plain = reinterpret_cast<sockaddr*>(&address);
+        if (bind(listener_, plain, length) != 0 || listen(listener_, 128) != 0 ||
+            getsockname(listener_, plain, &length) != 0)
+            throw std::runtime_error("no server socket");
+        port_ = ntohs(address.sin_port);
+        acceptor_ = std::thread([this] { Accept(); });
+    }
+
+    /// Cuts every connection and waits for the scripts.
+    ~RawServer() {
+        shutdown(listener_, SHUT_RDWR);
+        acceptor_.join();
+        close(listener_);
+        {
+            const std::lock_guard lock(mutex_);
+            for (auto& peer : peers_)
+                if (peer.socket_ >= 0) shutdown(peer.socket_, SHUT_RDWR);
+        }
+        for (auto& peer : peers_)
+            peer.thread_.join();
+    }
+
+    RawServer(const RawServer&) = delete;
+    RawServer& operator=(const RawServer&) = delete;
+
+    /// Answers every request of every connection with the same bytes.
+    static Script Always(std::string answer) {
+        return [answer = std::move(answer)](Peer& peer) {
+            while (!peer.ReadRequest().empty())
+                peer.Write(answer);
+        };
+    }
+
+    std::string Authority() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string Url(const std::string& path = "/") const { return "http://" + Authority() + path; }
+
+    std::size_t Connections() const {
+        const std::lock_guard lock(mutex_);
+        return peers_.size();
+    }
+    std::vector<std::string> Requests() const {
+        const std::lock_guard lock(mutex_);
+        return requests_;
+    }
+
+ private:
+    void Accept() {
+        for (;;) {
+            const int socket = accept(listener_, nullptr, nullptr);
+            if (socket < 0) return;
+            const std::lock_guard lock(mutex_);
+            Peer& peer = peers_.emplace_back(*this, socket);
+            peer.thread_ = std::thread([this, &peer] {
+                script_(peer);
+                peer.Close();
+            });
+        }
+    }
+
+    void Keep(const std::string& request) {
+        const std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+    }
+
+    const Script script_;
+    const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::uint16_t port_ = 0;
+    mutable std::mutex mutex_;
+    std::vector<std::string> requests_;
+    std::list<Peer> peers_;
+    std::thread acceptor_;
+};
+
+}  // namespace TestSupport
+
+#endif
