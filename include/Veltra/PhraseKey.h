@@ -1,0 +1,49 @@
+#ifndef VELTRA_PHRASEKEY_H
+#define VELTRA_PHRASEKEY_H
+
+#include <cstdint>
+#include <string>
+
+namespace Veltra {
+
+/// The 64-bit hash of a phrase, built byte by byte, so that the hash of a text goes on from the
+/// hash of any text that it begins with. It is the 64-bit hash-combine in the manner of
+/// MurmurHash2 over the bytes as signed characters.
+class PhraseHash {
+ public:
+    /// Goes on with one byte.
+    void Add(char byte) {
+        // Bytes from 0x80 on are sign-extended, whatever the platform's plain char is.
+        std::uint64_t k =
+            static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<signed char>(byte)));
+        k *= kMultiplier;
+        k ^= k >> 47;
+        k *= kMultiplier;
+        value_ ^= k;
+        value_ *= kMultiplier;
+        value_ += 0xE6546B64U;
+    }
+
+    /// The hash of the bytes added so far; 0 without any.
+    std::uint64_t Value() const { return value_; }
+
+ private:
+    static constexpr std::uint64_t kMultiplier = 0xC6A4A7935BD1E995U;
+    std::uint64_t value_ = 0;
+};
+
+/// The key of a phrase for `Veltra_SetsitiveWords`: its hash in decimal.
+///
+/// Hand in the phrase as it stands in a text: words joined by single spaces, UTF-8, in the very
+/// case and form that is to be found, without a sentence delimiter (- ; | ? . ! , : ( ) < > [ ] { }
+/// "). Header-only, so that a tool can compute keys without the library. Any thread may call it.
+inline std::string PhraseKey(const std::string& phrase) {
+    PhraseHash hash;
+    for (const char byte : phrase)
+        hash.Add(byte);
+    return std::to_string(hash.Value());
+}
+
+}  // namespace Veltra
+
+#endif

@@ -1,0 +1,232 @@
+#include "LLMSession.h"
+
+#include "AIManager.h"
+#include "GatewayCall.h"
+#include "HostCall.h"
+#include "JsonText.h"
+#include "Log.h"
+#include "Records.h"
+
+#include <Oak/Base/GuidUtil.h>
+#include <proto/CRapidJsonProto.h>
+
+#include <boost/algorithm/string/predicate.hpp>
+
+#include <string_view>
+#include <vector>
+
+namespace Veltra {
+
+namespace {
+
+// Codes of the session's error state, as the public header explains them.
+constexpr std::int32_t kNoError = 0;
+constexpr std::int32_t kNoInputOrToken = 1;
+constexpr std::int32_t kNotSent = 2;
+constexpr std::int32_t kNotUsable = 3;
+constexpr std::int32_t kSensitive = 4;
+constexpr std::int32_t kRefused = 6;
+
+// What the gateway's explanation of a refusal holds when it found a forbidden word, and when it
+// rejects the token.
+constexpr const char* kSensitiveMark = "CCF083001";
+constexpr const char* kTokenRejectedMark = "LAP500004";
+
+constexpr const char* kNotSentMessage = "client send message failed";
+
+/// The texts that the gateway is to check.
+std::vector<std::string> InputWords(const CHumanMessageIMP& record) {
+    if (record.filterType == FilterType::None) return {};
+    if (!record.sensitiveContent.empty()) return record.sensitiveContent;
+    std::vector<std::string> words;
+    words.reserve(record.elements.size());
+    for (const auto& element : record.elements)
+        words.push_back(element.second);
+    return words;
+}
+
+std::vector<std::string_view> FilterTags(FilterType filterType) {
+    const bool checksOutput =
+        filterType == FilterType::CheckInputAndOutput || filterType == FilterType::CheckOutput;
+    if (!checksOutput) return {};
+    return {"checkOutput"};
+}
+
+std::string QueryBody(const CHumanMessageIMP& record, const std::string& traceId) {
+    std::string body;
+    const auto quoted = [&body](std::string_view text) { AppendQuoted(body, text); };
+    const auto member = [&body](const auto& pair) { AppendMember(body, pair.first, pair.second); };
+
+    body += '{';
+    AppendMember(body, "traceId", traceId);
+    body += ',';
+    AppendMember(body, "promptKey", record.promptKey);
+    body += R"(,"replaceElements":)";
+    AppendList(body, '{', '}', record.elements, member);
+    body += R"(,"sensitiveContentCfg":{"inputWords":)";
+    AppendList(body, '[', ']', InputWords(record), quoted);
+    body += R"(,"filterTags":)";
+    AppendList(body, '[', ']', FilterTags(record.filterType), quoted);
+    body += "}}";
+    return body;
+}
+
+}  // namespace
+
+struct AISession::Query {
+    const char* operation;
+    CAIManager& manager;
+    std::string body;
+    std::string response;
+    std::string refusal;                // the gateway's last explanation, kept across a repeat
+    std::uint64_t tokenGeneration = 0;  // of the token that the last send carried
+};
+
+bool AISession::ExecuteQuery(std::shared_ptr<CHumanMessage> message,
+                             std::shared_ptr<CLLMMessage>& result) {
+    VELTRA_OPERATION(operation);
+    const HostCall call;
+    if (!call) {
+        errorCode_ = kNotUsable;
+        errorMessage_ = "veltra is not enable";
+        return false;
+    }
+    Query query{operation, *CAIManager::GetInstance(), {}, {}, {}};
+    if (!Run(query, message, result)) return false;
+    // Failed attempts on the way to an answer are no news to the host.
+    errorCode_ = kNoError;
+    errorMessage_.clear();
+    return true;
+}
+
+void AISession::GetErrorInfo(std::int32_t& code, std::string& message) {
+    code = errorCode_;
+    message = errorMessage_;
+}
+
+std::string AISession::GetSessionText() {
+    return sessionText_;
+}
+
+bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
+                    std::shared_ptr<CLLMMessage>& result) {
+    if (!query.manager.IsEnable()) {
+        VELTRA_LOG(query.operation, 5, "veltra is not enable");
+        errorCode_ = kNotUsable;
+        errorMessage_ = "veltra is not enable";
+        return false;
+    }
+    errorCode_ = kNoError;
+    errorMessage_.clear();
+    if (!query.manager.IsLLMServiceValid()) {
+        VELTRA_LOG(query.operation, 5, "llm service is not can be used");
+        errorCode_ = kNotUsable;
+        errorMessage_ = "llm service is not can be used";
+        return false;
+    }
+    if (!message) {
+        VELTRA_LOG(query.operation, 5, "humanmessage ptr is nullptr");
+        errorCode_ = kNoInputOrToken;
+        return false;
+    }
+    const std::shared_ptr<CHumanMessageIMP> record = message->GetPtrManager();
+    if (!record) {
+        VELTRA_LOG(query.operation, 5, "humanmessage manager ptr is nullptr");
+        errorCode_ = kNoInputOrToken;
+        return false;
+    }
+    // A copy: what is screened is what is sent, whatever a log handler does to the record.
+    const CHumanMessageIMP inputs = *record;
+    if (!Prepare(query, inputs)) return false;
+    if (!Send(query)) return false;
+    if (Parse(query, result)) return true;
+
+    errorCode_ = boost::algorithm::contains(query.refusal, kSensitiveMark) ? kSensitive : kRefused;
+    if (boost::algorithm::contains(query.refusal, kTokenRejectedMark)) {
+        errorCode_ = kNoInputOrToken;
+        query.manager.RejectToken(query.tokenGeneration);
+        query.manager.checkTokenValidity();
+        if (!Send(query)) return false;
+        if (Parse(query, result)) return true;
+    }
+    errorMessage_ = query.refusal;
+    return false;
+}
+
+/// Screens the values and writes the body.
+bool AISession::Prepare(Query& query, const CHumanMessageIMP& inputs) {
+    for (const auto& element : inputs.elements) {
+        if (!query.manager.HasSensitiveWords(element.second)) continue;
+        VELTRA_LOG(query.operation, 5, "has sensitive words");
+        errorMessage_ = "has sensitive words";
+        errorCode_ = kSensitive;
+        return false;
+    }
+    std::string traceId = inputs.sessionId;
+    if (traceId.empty()) {
+        traceId = Oak::Base::GuidUtil::CreateGuid();
+        VELTRA_LOG(query.operation, 4, "sessionID isempty,set id is:%s", traceId.c_str());
+    }
+    query.body = QueryBody(inputs, traceId);
+    return true;
+}
+
+/// Posts the body with the token of this moment and takes the answer's text.
+bool AISession::Send(Query& query) {
+    const GatewayAccess access = query.manager.Access();
+    query.tokenGeneration = access.tokenGeneration;
+    if (access.token.empty()) {
+        VELTRA_LOG(query.operation, 5, "get token failed");
+        errorCode_ = kNoInputOrToken;
+        return false;
+    }
+    const auto request = MakeGatewayRequest(access, kQueryPath, query.body);
+    VELTRA_LOG(query.operation, 2, "request:%s", query.body.c_str());
+
+    Oak::Net::CHttpClientResponse response;
+    const bool sent = SendUntilOk(request, response, [&](std::int32_t status) {
+        VELTRA_LOG(query.operation, 5, "http client send message failed,errcode:%d", status);
+        errorMessage_ = kNotSentMessage;
+    });
+    if (!sent) {
+        errorCode_ = kNotSent;
+        errorMessage_ = kNotSentMessage;
+        VELTRA_LOG(query.operation, 5, "http client send message failed");
+        return false;
+    }
+    response.GetResponseData(&query.response);
+    VELTRA_LOG(query.operation, 3, "request:%s,http client get response:%s", query.body.c_str(),
+               query.response.c_str());
+    if (query.response.empty()) {
+        VELTRA_LOG(query.operation, 5, "response is empty");
+        errorCode_ = kRefused;
+        errorMessage_ = "response is empty";
+        return false;
+    }
+    return true;
+}
+
+/// Reads the answer; on a refusal leaves the gateway's explanation in the query.
+bool AISession::Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const {
+    const auto document = std::make_shared<proto::CRapidJsonProto>();
+    if (!document->set_str(query.response)) {
+        VELTRA_LOG(query.operation, 4, "set_str failed,rsp:%s", query.response.c_str());
+        return false;
+    }
+    const std::string errorCode = document->get_str("/errorCode", "");
+    if (errorCode == "0") {
+        const std::string content = document->get_str("/data/resultStr", "");
+        if (content.empty()) {
+            VELTRA_LOG(query.operation, 4, "data is empty,http client get response:%s",
+                       query.response.c_str());
+        }
+        result = std::make_shared<AIMessage>(content);
+        return true;
+    }
+    query.refusal = document->get_str("/message", "");
+    VELTRA_LOG(query.operation, 5, "http client get response:%s,errcode:%s", query.refusal.c_str(),
+               errorCode.c_str());
+    return false;
+}
+
+}  // namespace Veltra

@@ -1,0 +1,41 @@
+#ifndef VELTRA_SRC_RECORDS_H
+#define VELTRA_SRC_RECORDS_H
+
+#include <Veltra/LicenseInfo.h>
+#include <Veltra/Types.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// The records behind the exported handles. Plain data: the handles guard the access, and one
+/// thread at a time uses a record.
+
+namespace Veltra {
+
+struct CLicenseInfoIMP {
+    std::string productVersion;
+    std::string keyText;
+    std::vector<CAccessKey> accessKeys;
+};
+
+struct CHumanMessageIMP {
+    FilterType filterType = FilterType::None;
+    std::string promptKey;
+    std::map<std::string, std::string> elements;
+    std::vector<std::string> sensitiveContent;
+    std::string sessionId;
+};
+
+struct CAiHelperIMP {
+    CAiHelperIMP(ProductType product, std::string given)
+        : productType(product), text(std::move(given)) {}
+
+    ProductType productType;
+    std::string text;
+};
+
+}  // namespace Veltra
+
+#endif

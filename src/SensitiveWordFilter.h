@@ -1,0 +1,44 @@
+#ifndef VELTRA_SRC_SENSITIVEWORDFILTER_H
+#define VELTRA_SRC_SENSITIVEWORDFILTER_H
+
+#include <boost/thread/shared_mutex.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_set>
+
+namespace Veltra {
+
+/// Looks for sensitive phrases in texts. It knows the phrases by their keys alone (see PhraseKey).
+///
+/// Any thread may call either operation.
+class SensitiveWordFilter {
+ public:
+    SensitiveWordFilter();
+
+    /// Replaces the keys and the largest number of words of a phrase. A key that is not the
+    /// canonical decimal text of an unsigned 64-bit number can never match and takes no place.
+    void SetWords(const std::unordered_set<std::string>& keys, const std::uint32_t& limit);
+
+    /// Whether a phrase of the text is in the list. A phrase is a run of words of one sentence;
+    /// words are parted by spaces alone, sentences by the delimiters listed in the source. Time
+    /// grows with the number of words times the limit. One check uses one list throughout.
+    bool HasSensitiveWords(const std::string& text) const;
+
+ private:
+    /// The keys are kept as numbers: a look-up needs no text then.
+    struct WordList {
+        std::uint32_t limit = 3;
+        std::unordered_set<std::uint64_t> keys;
+    };
+
+    std::shared_ptr<const WordList> Words() const;
+
+    mutable boost::shared_mutex mutex_;      // guards the pointer; a list never changes
+    std::shared_ptr<const WordList> words_;  // never empty
+};
+
+}  // namespace Veltra
+
+#endif

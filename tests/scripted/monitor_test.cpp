@@ -1,0 +1,459 @@
+// The monitor's life, renewals that meet, and calls back in from log handlers.
+
+#include "AIManager.h"
+#include "scripted/scripted_platform.h"
+
+#include <Veltra/Veltra.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace {
+
+using scripted::Eventually;
+using scripted::kCheckInterval;
+using scripted::kRetryPause;
+
+Veltra::CAIManager& Manager() {
+    return *Veltra::CAIManager::GetInstance();
+}
+
+bool LogIn() {
+    auto info = std::make_shared<Veltra::CLicenseInfo>();
+    info->SetLicenseKey("", {{"k", "s"}});
+    return Veltra::Veltra_Authentication(Veltra::ProductType::Default, info);
+}
+
+/// A point that answers wait at until the test opens it.
+class Gate {
+ public:
+    void Pass() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        ++waiting_;
+        changed_.wait(lock, [this] { return open_; });
+        --waiting_;
+    }
+    void Open() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    int Waiting() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return waiting_;
+    }
+
+ private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int waiting_ = 0;
+    bool open_ = false;
+};
+
+void RaiseTo(std::atomic<int>& most, int value) {
+    int seen = most;
+    while (seen < value && !most.compare_exchange_weak(seen, value)) {
+    }
+}
+
+class Threads {
+ public:
+    Threads() = default;
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+    ~Threads() { Join(); }
+    void Add(std::function<void()> body) { threads_.emplace_back(std::move(body)); }
+    void Add(int count, const std::function<void()>& body) {
+        for (int i = 0; i < count; ++i)
+            Add(body);
+    }
+    void Join() {
+        for (auto& thread : threads_)
+            thread.join();
+        threads_.clear();
+    }
+
+ private:
+    std::vector<std::thread> threads_;
+};
+
+class MonitorTest : public testing::Test {
+ protected:
+    MonitorTest() {
+        scripted::StartRecording();
+        Veltra::Veltra_Enable();
+        AnswerTokens(true);
+    }
+    ~MonitorTest() override {
+        AnswerTokens(true);
+        Veltra::Veltra_Unit();
+    }
+
+    static void AnswerTokens(bool accepted) {
+        scripted::AnswerBy([accepted](const scripted::Request& request) {
+            if (!scripted::IsTokenRequest(request)) return scripted::Ok("x");
+            return accepted ? scripted::Ok(scripted::TokenBody("t")) : scripted::Lost();
+        });
+    }
+
+    static std::size_t Count(const std::string& record) {
+        const auto records = scripted::Records();
+        return static_cast<std::size_t>(std::count(records.begin(), records.end(), record));
+    }
+    static bool MonitorWaits() { return scripted::WaitsUnderWay(kCheckInterval) == 1; }
+};
+
+constexpr const char* kBegin = "3 CAIManager::start|monitorThread_ begin.";
+constexpr const char* kEnd = "3 CAIManager::stop|monitorThread_ end.";
+constexpr const char* kUpdateFailed = "5 CAIManager::checkTokenValidity|Update token failed";
+
+TEST_F(MonitorTest, StopsAndStartsAgain) {
+    Veltra::Veltra_Unit();  // before the first login: sets the flag alone
+    for (const auto& stop : {&Veltra::Veltra_Unit, &Veltra::Veltra_Disable}) {
+        scripted::ForgetRecords();
+        Veltra::Veltra_Enable();
+        ASSERT_TRUE(LogIn());
+        ASSERT_TRUE(LogIn());  // a second login leaves the monitor alone
+        ASSERT_TRUE(Eventually(MonitorWaits));
+        EXPECT_TRUE(stop());
+        EXPECT_EQ(scripted::WaitsUnderWay(kCheckInterval), 0U);
+        EXPECT_TRUE(stop());
+        EXPECT_EQ(Count(kBegin), 1U);
+        EXPECT_EQ(Count(kEnd), 1U);
+    }
+}
+
+TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    scripted::AnswerBy([](const scripted::Request&) -> scripted::Answer {
+        throw std::runtime_error("from below");
+    });
+    scripted::ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kCheckInterval) == 2; }));
+    EXPECT_EQ(Count("5 CAIManager::MonitorLoop|check of the token failed:from below"), 1U);
+
+    scripted::AnswerInOrder({});  // the probe fails: the service is not usable
+    scripted::ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kCheckInterval) == 3; }));
+    EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
+    AnswerTokens(true);
+    scripted::ExpireWaits(kCheckInterval);
+    EXPECT_TRUE(Eventually(&Veltra::Veltra_IsLLMServiceValid));
+}
+
+TEST_F(MonitorTest, StopCutsThePause) {
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    AnswerTokens(false);
+    Manager().SetTokenValid(false);
+    scripted::ForgetRequests();
+    scripted::ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 1; }));
+
+    Threads threads;  // a query's check is in its pause as well
+    threads.Add([] { Manager().checkTokenValidity(); });
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 2; }));
+    const std::size_t requests = scripted::TokenRequests();
+    Veltra::Veltra_Unit();
+    threads.Join();
+    EXPECT_EQ(scripted::TokenRequests(), requests) << "no renewal after a cut pause";
+
+    // Begun while the monitor is stopped: pauses in full.
+    threads.Add([] { Manager().checkTokenValidity(); });
+    for (std::size_t pause = 3; pause <= 5; ++pause) {
+        ASSERT_TRUE(Eventually([&] { return scripted::WaitsBegun(kRetryPause) == pause; }));
+        scripted::ExpireWaits(kRetryPause);
+    }
+}
+
+TEST_F(MonitorTest, FailedRenewalIsTriedThreeTimesMore) {
+    ASSERT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    AnswerTokens(false);
+    Manager().SetTokenValid(false);
+    scripted::ExpireAtOnce(kRetryPause);
+    scripted::ForgetRequests();
+    scripted::ForgetRecords();
+    Manager().checkTokenValidity();
+    EXPECT_EQ(scripted::TokenRequests(), 4U * 2U);  // production and test endpoint each time
+    EXPECT_EQ(Count(kUpdateFailed), 1U);
+    EXPECT_EQ(Count("5 CAIManager::renewAuthenticationToken|get token failed,not get token"), 4U);
+    EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
+    EXPECT_EQ(Manager().GetToken(), "t");
+}
+
+TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
+    ASSERT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    AnswerTokens(false);
+    Manager().SetTokenValid(false);
+    scripted::ForgetRequests();
+
+    constexpr int kChecks = 8;
+    Gate gate;
+    std::atomic<int> probes{0};
+    scripted::AnswerBy([&](const scripted::Request& request) {
+        if (scripted::IsTokenRequest(request)) {
+            gate.Pass();
+            return scripted::Lost();
+        }
+        ++probes;
+        return scripted::Ok("x");
+    });
+    Threads threads;
+    threads.Add(kChecks, [] { Manager().checkTokenValidity(); });
+    ASSERT_TRUE(Eventually([&] { return probes == kChecks && gate.Waiting() == 1; }));
+    gate.Open();
+    // A check that hadn't looked at the token when the first renewal ended makes a round of its
+    // own; from the first pause on all share.
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kRetryPause) == kChecks; }));
+    const std::size_t firstRound = scripted::TokenRequests();
+    for (std::size_t round = 1; round <= 3; ++round) {
+        scripted::ExpireWaits(kRetryPause);
+        if (round == 3) break;
+        ASSERT_TRUE(
+            Eventually([&] { return scripted::WaitsBegun(kRetryPause) == (round + 1) * kChecks; }));
+        EXPECT_EQ(scripted::TokenRequests(), firstRound + 2 * round);
+    }
+    threads.Join();
+    EXPECT_EQ(scripted::TokenRequests(), firstRound + 2 * 3);
+    EXPECT_EQ(Count(kUpdateFailed), static_cast<std::size_t>(kChecks));
+}
+
+TEST_F(MonitorTest, SuccessEndsAllPauses) {
+    ASSERT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    AnswerTokens(false);
+    Manager().SetTokenValid(false);
+    Threads threads;
+    threads.Add(4, [] { Manager().checkTokenValidity(); });
+    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 4; }));
+    AnswerTokens(true);
+    scripted::ForgetRequests();
+    EXPECT_TRUE(LogIn());
+    threads.Join();
+    EXPECT_EQ(scripted::TokenRequests(), 1U);
+}
+
+TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
+    ASSERT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    Gate gate;
+    std::atomic<int> inside{0};
+    std::atomic<int> most{0};
+    scripted::AnswerBy([&](const scripted::Request& request) {
+        if (!scripted::IsTokenRequest(request)) return scripted::Ok("x");
+        RaiseTo(most, ++inside);
+        gate.Pass();
+        --inside;
+        return scripted::Ok(scripted::TokenBody("t"));
+    });
+    scripted::ForgetRequests();
+    scripted::ForgetRecords();
+    Threads threads;
+    threads.Add(3, [] { EXPECT_TRUE(LogIn()); });
+    ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
+    ASSERT_TRUE(Eventually(
+        [] { return Count("3 Veltra_Authentication|veltra is enable,begin authen.") == 3; }));
+    gate.Open();
+    threads.Join();
+    EXPECT_EQ(scripted::TokenRequests(), 3U);
+    EXPECT_EQ(most, 1);
+}
+
+TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
+    constexpr int kQueries = 16;
+    Gate rejection;
+    Gate lateRejection;
+    Gate renewal;
+    std::atomic<int> probes{0};
+    scripted::AnswerBy([&](const scripted::Request& request) {
+        if (scripted::IsTokenRequest(request)) {
+            if (probes > 0) renewal.Pass();
+            return scripted::Ok(scripted::TokenBody("t"));
+        }
+        if (scripted::IsProbe(request)) {
+            ++probes;
+            return scripted::Ok("x");
+        }
+        // The gateway hands out the same text again, so the count of answers tells old from new.
+        const bool late = request.Data().find("late") != std::string::npos;
+        Gate& gate = late ? lateRejection : rejection;
+        static thread_local int sent = 0;
+        if (sent++ > 0) return scripted::Ok(scripted::ResultBody("y"));
+        gate.Pass();
+        return scripted::Ok(scripted::RefusalBody("1", "LAP500004"));
+    });
+    ASSERT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    scripted::ForgetRequests();
+    const int probesBefore = probes;
+
+    std::atomic<int> answered{0};
+    const auto query = [&](const char* id) {
+        auto message = std::make_shared<Veltra::CHumanMessage>();
+        message->SetSessionID(id);
+        std::shared_ptr<Veltra::CLLMMessage> result;
+        const auto session =
+            Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
+        if (session->ExecuteQuery(message, result) && result->GetContent() == "y") ++answered;
+    };
+    Threads late;
+    late.Add([&] { query("late"); });
+    Threads threads;
+    threads.Add(kQueries, [&] { query("id"); });
+    ASSERT_TRUE(Eventually(
+        [&] { return rejection.Waiting() == kQueries && lateRejection.Waiting() == 1; }));
+    rejection.Open();
+    // The one renewal ends only when all have begun their check.
+    ASSERT_TRUE(Eventually([&] { return probes == probesBefore + kQueries; }));
+    ASSERT_TRUE(Eventually([&] { return renewal.Waiting() == 1; }));
+    renewal.Open();
+    threads.Join();
+    EXPECT_EQ(answered, kQueries);
+    EXPECT_EQ(scripted::TokenRequests(), 1U);
+
+    lateRejection.Open();  // of the token before: the new one stays valid
+    late.Join();
+    EXPECT_EQ(answered, kQueries + 1);
+    EXPECT_EQ(scripted::TokenRequests(), 1U);
+}
+
+TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    const auto host = std::this_thread::get_id();
+    std::atomic<int> calls{0};
+    std::atomic<bool> logsInAgain{true};
+    scripted::ReactToRecords([&](const std::string& record) {
+        const bool probed = record.find("IsDomianValid") != record.npos;
+        if (std::this_thread::get_id() == host || !probed) return;
+        EXPECT_TRUE(Veltra::Veltra_Unit());  // asks for the end and doesn't wait
+        EXPECT_TRUE(!logsInAgain || LogIn());
+        ++calls;
+    });
+    const auto probeFails = [](const scripted::Request& request) {
+        return scripted::IsTokenRequest(request) ? scripted::Ok(scripted::TokenBody("t"))
+                                                 : scripted::Lost();
+    };
+    scripted::AnswerBy(probeFails);
+    scripted::ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([&] { return calls == 1; }));
+    ASSERT_TRUE(Eventually(MonitorWaits)) << "told to end, then to go on";
+
+    logsInAgain = false;
+    scripted::ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([&] { return calls == 2; }));
+    scripted::ReactToRecords(nullptr);
+    AnswerTokens(true);
+    ASSERT_TRUE(LogIn());  // joins the one that was told to end, and monitors again
+    ASSERT_TRUE(Eventually(MonitorWaits));
+}
+
+TEST_F(MonitorTest, HandlersInALoginMayCallBackIn) {
+    bool nested = true;
+    scripted::ReactToRecords([&](const std::string& record) {
+        if (record.find("get token use domain") == record.npos) return;
+        nested = LogIn();  // would wait for its own thread
+        EXPECT_TRUE(Veltra::Veltra_Unit());
+    });
+    EXPECT_TRUE(LogIn());
+    EXPECT_FALSE(nested);
+    EXPECT_EQ(Count(kBegin), 0U) << "a stop in the middle of a login wins over its start";
+
+    scripted::ReactToRecords([](const std::string& record) {
+        if (record == kBegin) Veltra::Veltra_Unit();
+    });
+    EXPECT_TRUE(LogIn());
+    EXPECT_EQ(Count(kBegin), 1U);
+    scripted::ReactToRecords(nullptr);
+    EXPECT_TRUE(LogIn());  // the one that was stopped while it began is replaced
+    EXPECT_TRUE(Eventually(MonitorWaits));
+}
+
+TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
+    Gate gate;
+    scripted::AnswerBy([&](const scripted::Request&) {
+        gate.Pass();
+        return scripted::Ok(scripted::TokenBody("t"));
+    });
+    Threads threads;
+    threads.Add([] { EXPECT_TRUE(LogIn()); });
+    ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
+    Veltra::Veltra_Disable();
+    gate.Open();
+    threads.Join();
+    EXPECT_EQ(Count(kBegin), 0U);
+}
+
+TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    const auto stopInFirst = [](bool probe) {
+        Gate gate;
+        scripted::AnswerBy([&](const scripted::Request& request) {
+            if (probe == scripted::IsTokenRequest(request)) return scripted::Ok("x");
+            gate.Pass();
+            return scripted::Lost();
+        });
+        Manager().SetTokenValid(false);
+        scripted::ForgetRequests();
+        scripted::ExpireWaits(kCheckInterval);
+        ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
+        const std::uint64_t before = Manager().StopRequests();
+        Threads threads;
+        threads.Add([] { Veltra::Veltra_Unit(); });
+        ASSERT_TRUE(Eventually([&] { return Manager().StopRequests() != before; }));
+        gate.Open();
+        threads.Join();
+        EXPECT_EQ(scripted::Requests().size(), probe ? 1U : 2U);
+        EXPECT_TRUE(Manager().IsLLMServiceValid()) << "what was given up says nothing";
+    };
+    stopInFirst(true);
+    AnswerTokens(true);
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    stopInFirst(false);
+}
+
+TEST_F(MonitorTest, SwitchesFromManyThreads) {
+    // Threads of the library are those that the test didn't make.
+    static thread_local bool isHost = false;
+    std::atomic<int> monitors{0};
+    std::atomic<int> mostMonitors{0};
+    scripted::AnswerBy([&](const scripted::Request& request) {
+        if (scripted::IsTokenRequest(request)) return scripted::Ok(scripted::TokenBody("t"));
+        if (isHost) return scripted::Ok("x");
+        RaiseTo(mostMonitors, ++monitors);
+        std::this_thread::yield();
+        --monitors;
+        return scripted::Ok("x");
+    });
+    scripted::ExpireAtOnce(kCheckInterval);
+    const std::vector<std::function<bool()>> calls = {
+        &LogIn, &Veltra::Veltra_Unit, &Veltra::Veltra_Disable, &Veltra::Veltra_Enable,
+        [] { return Veltra::Veltra_SetDomain("https://a"); }};
+    Threads threads;
+    for (std::size_t start = 0; start < 8; ++start) {
+        threads.Add([&, start] {
+            isHost = true;
+            for (std::size_t i = 0; i < 60; ++i)
+                calls[(start + i) % calls.size()]();
+        });
+    }
+    threads.Join();
+    EXPECT_EQ(mostMonitors, 1);
+    Veltra::Veltra_Enable();
+    EXPECT_TRUE(LogIn());
+    Veltra::Veltra_Unit();
+    EXPECT_EQ(monitors, 0);
+}
+
+}  // namespace

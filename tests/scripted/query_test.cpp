@@ -1,0 +1,333 @@
+// Queries: bodies byte for byte, every row of the error table, the repeat after a renewal.
+
+#include "AIManager.h"
+#include "scripted/scripted_platform.h"
+
+#include <Veltra/Veltra.h>
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+
+namespace {
+
+using scripted::Answer;
+using Lines = std::vector<std::string>;
+using Veltra::FilterType;
+
+/// A process that is logged in, with the monitor stopped and nothing recorded.
+class QueryTest : public testing::Test {
+ protected:
+    QueryTest() {
+        Veltra::Veltra_Enable();
+        scripted::AnswerBy([](const scripted::Request& request) {
+            return scripted::Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("tok")
+                                                                  : "x");
+        });
+        auto info = std::make_shared<Veltra::CLicenseInfo>();
+        info->SetLicenseKey("", {{"k", "s"}});
+        EXPECT_TRUE(Veltra::Veltra_Authentication(Veltra::ProductType::Default, info));
+        Veltra::Veltra_Unit();
+        scripted::ForgetRequests();
+        scripted::StartRecording();
+    }
+
+    static std::shared_ptr<Veltra::CHumanMessage> Message(const std::string& id = "abc") {
+        auto message = std::make_shared<Veltra::CHumanMessage>();
+        message->SetElements("pk", {{"b", "2"}, {"a", "1"}});
+        message->SetFilterType(FilterType::CheckInput);
+        message->SetSessionID(id);
+        return message;
+    }
+
+    /// Runs a query and returns "result|code|message", with the answer's text in `content`.
+    std::string Run(const std::shared_ptr<Veltra::CHumanMessage>& message) {
+        auto before = result;
+        const bool answered = session->ExecuteQuery(message, result);
+        EXPECT_TRUE(answered || result == before) << "a failure leaves the result alone";
+        std::int32_t code = -1;
+        std::string text;
+        session->GetErrorInfo(code, text);
+        return (answered ? "true|" : "false|") + std::to_string(code) + "|" + text;
+    }
+
+    static Veltra::CAIManager& Manager() { return *Veltra::CAIManager::GetInstance(); }
+
+    std::shared_ptr<Veltra::CLLMSession> session =
+        Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
+    std::shared_ptr<Veltra::CLLMMessage> result;
+};
+
+constexpr const char* kBody =
+    R"({"traceId":"abc","promptKey":"pk","replaceElements":{"a":"1","b":"2"},)"
+    R"("sensitiveContentCfg":{"inputWords":["1","2"],"filterTags":[]}})";
+
+TEST_F(QueryTest, RequestOnTheWire) {
+    std::vector<scripted::Request> sent;
+    scripted::AnswerBy([&](const scripted::Request& request) {
+        sent.push_back(request);
+        return scripted::Ok(scripted::ResultBody("hello"));
+    });
+    EXPECT_EQ(Run(Message()), "true|0|");
+    EXPECT_EQ(result->GetContent(), "hello");
+    ASSERT_EQ(sent.size(), 1U);
+    EXPECT_EQ(sent[0].Method(), "POST");
+    EXPECT_EQ(sent[0].Url().Text(), std::string("https://llm.test") + scripted::kQueryPath);
+    EXPECT_EQ(sent[0].ContentType(), "application/json");
+    using Field = scripted::Request::HeaderField;
+    EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Authorization", "Bearer tok"}}));
+    EXPECT_EQ(sent[0].Data(), kBody);
+    EXPECT_EQ(scripted::Records(),
+              (Lines{std::string("2 AISession::ExecuteQuery|request:") + kBody,
+                     std::string("3 AISession::ExecuteQuery|request:") + kBody +
+                         ",http client get response:" + scripted::ResultBody("hello")}));
+}
+
+TEST_F(QueryTest, BodyOfEachFilterType) {
+    const auto cfg = [](const std::string& words, const std::string& tags) {
+        return R"("sensitiveContentCfg":{"inputWords":[)" + words + R"(],"filterTags":[)" + tags +
+               "]}}";
+    };
+    const std::string tag = R"("checkOutput")";
+    const struct {
+        int type;
+        std::vector<std::string> content;
+        std::string expected;
+    } cases[] = {
+        {1, {}, cfg("", "")},
+        {1, {"x"}, cfg("", "")},
+        {2, {}, cfg(R"("1","2")", "")},
+        {2, {"x", "x", ""}, cfg(R"("x","x","")", "")},
+        {3, {}, cfg(R"("1","2")", tag)},
+        {3, {"x"}, cfg(R"("x")", tag)},
+        {4, {"x"}, cfg(R"("x")", tag)},
+        {5, {"x"}, cfg(R"("x")", "")},
+        {-1, {}, cfg(R"("1","2")", "")},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.type);
+        scripted::ForgetRequests();
+        scripted::AnswerInOrder({scripted::Ok(scripted::ResultBody(""))});
+        const auto message = Message();
+        message->SetFilterType(static_cast<FilterType>(each.type));
+        message->SetSensitiveContent(each.content);
+        EXPECT_EQ(Run(message), "true|0|");
+        EXPECT_EQ(result->GetContent(), "");
+        const std::string request = scripted::Requests().at(0);
+        EXPECT_EQ(request.substr(request.find(R"("sensitive)")), each.expected);
+    }
+}
+
+TEST_F(QueryTest, FreshMessageAndUnescapedText) {
+    scripted::AnswerInOrder({scripted::Ok("{}"), scripted::Ok("{}")});
+    Run(std::make_shared<Veltra::CHumanMessage>());
+    const std::string record = scripted::Records().at(0);
+    const std::string prefix = "4 AISession::ExecuteQuery|sessionID isempty,set id is:";
+    ASSERT_EQ(record.compare(0, prefix.size(), prefix), 0) << record;
+    const std::string id = record.substr(prefix.size());
+    EXPECT_EQ(id.size(), 36U);
+    const std::string request = scripted::Requests().at(0);
+    EXPECT_EQ(request.substr(request.find('{')),
+              R"({"traceId":")" + id +
+                  R"(","promptKey":"","replaceElements":{},)"
+                  R"("sensitiveContentCfg":{"inputWords":[],"filterTags":[]}})");
+
+    auto message = Message("a\"b");
+    message->SetElements("p\\k", {{"n\"", "v\n\xc3\xa9"}});
+    Run(message);
+    const std::string raw = scripted::Requests().at(1);
+    EXPECT_EQ(raw.substr(raw.find('{'), 62),
+              "{\"traceId\":\"a\"b\",\"promptKey\":\"p\\k\",\"replaceElements\":{\"n\"\":\"v\n");
+}
+
+TEST_F(QueryTest, EveryFailure) {
+    const auto no = [] {};
+    const std::string refused = scripted::RefusalBody("77", "not today");
+    const std::string failed = "5 |http client send message failed";
+    const auto sent = [](const std::string& response) {
+        return std::string("3 |request:") + kBody + ",http client get response:" + response;
+    };
+    const std::string request = std::string("2 |request:") + kBody;
+    const struct {
+        const char* name;
+        std::function<void()> before;
+        std::shared_ptr<Veltra::CHumanMessage> message;
+        std::vector<Answer> answers;
+        std::string expected;
+        Lines records;
+    } cases[] = {
+        {"no message", no, nullptr, {}, "false|1|", {"5 |humanmessage ptr is nullptr"}},
+        {"status 500",
+         no,
+         Message(),
+         {scripted::Status(500), scripted::Status(500), scripted::Status(500)},
+         "false|2|client send message failed",
+         {request, failed + ",errcode:500", failed + ",errcode:500", failed + ",errcode:500",
+          failed}},
+        {"unreachable", no, Message(), {}, "false|2|client send message failed", {request, failed}},
+        {"late answer",
+         no,
+         Message(),
+         {scripted::Status(500), scripted::Lost(), scripted::Ok(scripted::ResultBody("y"))},
+         "true|0|",
+         {request, failed + ",errcode:500", sent(scripted::ResultBody("y"))}},
+        {"empty answer",
+         no,
+         Message(),
+         {scripted::Ok("")},
+         "false|6|response is empty",
+         {request, sent(""), "5 |response is empty"}},
+        {"not JSON",
+         no,
+         Message(),
+         {scripted::Ok("<>")},
+         "false|6|",
+         {request, sent("<>"), "4 |set_str failed,rsp:<>"}},
+        {"refused",
+         no,
+         Message(),
+         {scripted::Ok(refused)},
+         "false|6|not today",
+         {request, sent(refused), "5 |http client get response:not today,errcode:77"}},
+        {"no code",
+         no,
+         Message(),
+         {scripted::Ok("{}")},
+         "false|6|",
+         {request, sent("{}"), "5 |http client get response:,errcode:"}},
+        {"empty data",
+         no,
+         Message(),
+         {scripted::Ok(R"({"errorCode":"0"})")},
+         "true|0|",
+         {request, sent(R"({"errorCode":"0"})"),
+          R"(4 |data is empty,http client get response:{"errorCode":"0"})"}},
+        {"forbidden word",
+         no,
+         Message(),
+         {scripted::Ok(scripted::RefusalBody("1", "-CCF083001-"))},
+         "false|4|-CCF083001-",
+         {request, sent(scripted::RefusalBody("1", "-CCF083001-")),
+          "5 |http client get response:-CCF083001-,errcode:1"}},
+        {"code elsewhere",
+         no,
+         Message(),
+         {scripted::Ok(scripted::RefusalBody("CCF083001", "m"))},
+         "false|6|m",
+         {request, sent(scripted::RefusalBody("CCF083001", "m")),
+          "5 |http client get response:m,errcode:CCF083001"}},
+        {"no token",
+         [] { Manager().SetToken(""); },
+         Message(),
+         {},
+         "false|1|",
+         {"5 |get token failed"}},
+        {"service down",
+         [] { Manager().SetLLMServiceValid(false); },
+         Message(),
+         {},
+         "false|3|llm service is not can be used",
+         {"5 |llm service is not can be used"}},
+        {"disabled",
+         [] {
+             Veltra::Veltra_Disable();
+             scripted::ForgetRecords();
+         },
+         Message(),
+         {},
+         "false|3|veltra is not enable",
+         {"5 |veltra is not enable"}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        scripted::AnswerInOrder(each.answers);
+        each.before();
+        scripted::ForgetRecords();
+        EXPECT_EQ(Run(each.message), each.expected);
+        Lines records = each.records;
+        for (auto& record : records)
+            record.insert(2, "AISession::ExecuteQuery");
+        EXPECT_EQ(scripted::Records(), records);
+    }
+}
+
+TEST_F(QueryTest, MovedFromMessage) {
+    auto message = Message();
+    auto copy = std::make_shared<Veltra::CHumanMessage>(*message);
+    const Veltra::CHumanMessage taken(std::move(*message));
+    message->SetSessionID("ignored");
+    EXPECT_EQ(Run(message), "false|1|");
+    EXPECT_EQ(scripted::Records(),
+              Lines{"5 AISession::ExecuteQuery|humanmessage manager ptr is nullptr"});
+
+    copy->SetSessionID("seen through all copies");
+    EXPECT_EQ(copy->GetPtrManager(), taken.GetPtrManager());
+    Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
+    EXPECT_NE(helper.GetLLMSessionItem({}), helper.GetLLMSessionItem({}));
+    const Veltra::CAiHelper other(std::move(helper));
+    EXPECT_EQ(helper.GetLLMSessionItem({}), nullptr);  // NOLINT(bugprone-use-after-move)
+}
+
+TEST_F(QueryTest, SensitiveValueIsNeverSent) {
+    Veltra::Veltra_SetsitiveWords({Veltra::PhraseKey("bad word")}, 2);
+    const auto message = Message("");
+    message->SetElements("bad word", {{"bad word", "fine"}});
+    scripted::AnswerInOrder({scripted::Ok(scripted::ResultBody("y"))});
+    EXPECT_EQ(Run(message), "true|0|");  // keys and the prompt key are not screened
+
+    scripted::ForgetRecords();
+    scripted::ForgetRequests();
+    message->SetFilterType(FilterType::None);
+    message->SetElements("pk", {{"a", "fine"}, {"b", "a bad word."}});
+    EXPECT_EQ(Run(message), "false|4|has sensitive words");
+    EXPECT_EQ(scripted::Records(), Lines{"5 AISession::ExecuteQuery|has sensitive words"});
+    EXPECT_EQ(scripted::Requests(), Lines{});
+}
+
+TEST_F(QueryTest, WhatIsScreenedIsWhatIsSent) {
+    const auto message = Message("");
+    scripted::ReactToRecords([&](const std::string& record) {
+        if (record.find("sessionID isempty") != record.npos) message->SetElements("other", {});
+    });
+    scripted::AnswerInOrder({scripted::Ok(scripted::ResultBody("y"))});
+    EXPECT_EQ(Run(message), "true|0|");
+    EXPECT_NE(scripted::Requests().at(0).find(R"("promptKey":"pk","replaceElements":{"a":"1")"),
+              std::string::npos);
+}
+
+TEST_F(QueryTest, RejectedTokenIsRenewedAndTheQueryRepeated) {
+    const Answer rejected = scripted::Ok(scripted::RefusalBody("1", "LAP500004 and CCF083001"));
+    const Answer probe = scripted::Ok("x");
+    const auto token = [](const char* text) { return scripted::Ok(scripted::TokenBody(text)); };
+    const struct {
+        const char* name;
+        std::vector<Answer> answers;
+        std::string expected;
+    } cases[] = {
+        {"answered",
+         {rejected, probe, token("t2"), scripted::Ok(scripted::ResultBody("y"))},
+         "true|0|"},
+        {"refused",
+         {rejected, probe, token("t3"), scripted::Ok(scripted::RefusalBody("9", "no"))},
+         "false|1|no"},
+        {"not JSON",
+         {rejected, probe, token("t4"), scripted::Ok("<>")},
+         "false|1|LAP500004 and CCF083001"},
+        {"lost", {rejected, probe, token("t5")}, "false|2|client send message failed"},
+        {"empty", {rejected, probe, token("t6"), scripted::Ok("")}, "false|6|response is empty"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        Manager().SetLLMServiceValid(true);
+        scripted::ForgetRequests();
+        scripted::AnswerInOrder(each.answers);
+        EXPECT_EQ(Run(Message()), each.expected);
+        EXPECT_EQ(scripted::TokenRequests(), 1U);
+        const Lines requests = scripted::Requests();
+        ASSERT_GE(requests.size(), 4U);
+        EXPECT_EQ(requests[0], requests[3]) << "the same body again";
+    }
+    EXPECT_EQ(Manager().GetToken(), "t6");
+}
+
+}  // namespace
