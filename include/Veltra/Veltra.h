@@ -10,6 +10,7 @@
 #include <Veltra/LicenseInfo.h>
 #include <Veltra/PhraseKey.h>
 #include <Veltra/Service.h>
+#include <Veltra/TimeConversion.h>
 #include <Veltra/Types.h>
 
 #endif

@@ -1,0 +1,309 @@
+#include "common_func.h"
+
+#include <Veltra/TimeConversion.h>
+#include <qlog/qlog.h>
+
+#include <gtest/gtest.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace Veltra {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_view_literals;
+
+const char* const newYork = "EST5EDT,M3.2.0,M11.1.0";
+const char* const friday = "2024-03-15 10:20:30";
+
+/// The zone of the process, and every record the library writes, for the time of one test.
+class TimeConversion : public testing::Test {
+ protected:
+    TimeConversion() {
+        SetZone(newYork);
+        SetFirstDayOfWeek(FirstDayOfWeek::Sunday);
+        qlog_set_handler(&Keep, this, 2);
+    }
+    ~TimeConversion() override { qlog_set_handler(nullptr, nullptr, 4); }
+
+    static void SetZone(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+
+    static std::int64_t InstantOf(const char* local) {
+        std::tm time{};
+        strptime(local, "%Y-%m-%d %H:%M:%S", &time);
+        time.tm_isdst = -1;
+        return std::mktime(&time);
+    }
+
+    /// The messages at level 5, without the name in front and the place in the source behind.
+    std::string Failures() const {
+        std::string failures;
+        for (const std::string& record : records_) {
+            if (record[0] != '5') continue;
+            const std::size_t begin = record.find(']') + 1;
+            failures += record.substr(begin, record.rfind('[') - begin);
+        }
+        return failures;
+    }
+
+    std::vector<std::string> records_;
+
+ private:
+    static void Keep(int level, const char* tag, const char* message, void* context) {
+        EXPECT_EQ(tag, "Veltra"sv);
+        static_cast<TimeConversion*>(context)->records_.push_back(std::to_string(level) + message);
+    }
+};
+
+enum class Start { day, end, either };
+
+struct Row {
+    const char* now;
+    const char* expression;
+    Start start;
+    int firstDay;
+    const char* result;    // null: the conversion fails
+    const char* failures;  // what is logged at level 5
+};
+
+const char* const strayDay = "Invalid time format";
+
+const Row rows[] = {
+    // Days, with and without a clock time of their own.
+    {friday, "-1d", Start::day, 0, "2024-03-14 00:00:00", ""},
+    {friday, "+1d", Start::day, 0, "2024-03-16 00:00:00", ""},
+    {friday, "0d", Start::day, 0, "2024-02-29 00:00:00", ""},
+    {friday, "-1dT08:30:15", Start::either, 0, "2024-03-14 08:30:15", ""},
+    {friday, "2024y3m15dT10:30:00", Start::either, 0, "2024-03-15 10:30:00", ""},
+    {friday, "-1d 8:3x", Start::either, 0, "2024-03-14 08:03:00", ""},
+    {friday, "-1d24:00:00", Start::either, 0, nullptr, ""},
+    {friday, "-1d23:59:60", Start::either, 0, nullptr, ""},
+    {friday, "-1d-1:30", Start::either, 0, nullptr, ""},
+    {friday, "-1d1:00", Start::either, 0, nullptr, "Ivalid time format"},
+    // Hours, minutes and seconds keep the clock, but only at the end of the expression.
+    {friday, "-2h", Start::either, 0, "2024-03-15 08:20:30", ""},
+    {friday, "-30min", Start::either, 0, "2024-03-15 09:50:30", ""},
+    {friday, "-1d-31s", Start::either, 0, "2024-03-14 10:19:59", ""},
+    {friday, "-1min-1min", Start::end, 0, nullptr, "Invalid format:in"},
+    {friday, "T", Start::either, 0, "2024-03-15 10:20:30", ""},
+    // Weeks.
+    {friday, "+0w", Start::day, 6, "2024-03-09 00:00:00", ""},
+    {friday, "-1w", Start::day, 1, "2024-03-04 00:00:00", ""},
+    {friday, "+0w7d", Start::end, 1, "2024-03-17 23:59:59", ""},
+    {friday, "1w1d", Start::end, 0, "2024-03-01 23:59:59", ""},
+    {friday, "~0w", Start::end, 0, "2024-03-16 23:59:59", ""},
+    {friday, "~-1w", Start::end, 1, "2024-03-09 23:59:59", ""},
+    {"2024-03-16 10:20:30", "~0w", Start::end, 3, "2024-03-16 23:59:59", ""},
+    // Months and years, and the days that they leave astray.
+    {friday, "~0m", Start::end, 0, "2024-03-31 23:59:59", ""},
+    {friday, "~-1m", Start::end, 0, "", strayDay},
+    {"2024-06-15 10:20:30", "~-1m", Start::end, 0, "2024-05-30 23:59:59", ""},
+    {friday, "13m", Start::day, 0, "2025-01-15 00:00:00", ""},
+    {friday, "0m", Start::day, 0, "2023-12-15 00:00:00", ""},
+    {friday, "~0y", Start::end, 0, "2024-12-31 23:59:59", ""},
+    {friday, "-1y2m1d", Start::day, 0, "2023-02-01 00:00:00", ""},
+    {friday, "2023y2m29d", Start::day, 0, "2023-03-01 00:00:00", ""},
+    {"2024-03-31 10:20:30", "-1m", Start::either, 0, "", strayDay},
+    {"2024-03-31 10:20:30", "-1m1d", Start::day, 0, "2024-02-01 00:00:00", ""},
+    {"2024-03-31 10:20:30", "-1m~0d", Start::end, 0, "2024-02-29 23:59:59", ""},
+    {"2024-03-31 10:20:30", "-13m", Start::day, 0, "2023-03-03 00:00:00", ""},
+    {"2024-01-31 10:20:30", "+1m", Start::day, 0, "", strayDay},
+    // What surrounds terms.
+    {friday, "abc-1d", Start::end, 0, "2024-03-14 23:59:59", ""},
+    {friday, "-~1d", Start::end, 0, "2024-04-01 23:59:59", ""},
+    {friday, "-2hxyz", Start::either, 0, nullptr, "Invalid format:xyz"},
+    {friday, "d10:00", Start::either, 0, nullptr, "Invalid format:d"},
+    {friday, "", Start::either, 0, nullptr, "Param error"},
+    // The hour that spring leaves out is an hour like any other.
+    {"2024-03-10 03:30:00", "-1h", Start::either, 0, "2024-03-10 02:30:00", ""},
+    // Years that four digits can't show, on the way and at the end.
+    {friday, "999y", Start::day, 0, "0999-03-15 00:00:00", ""},
+    {friday, "9999y~0y+1d", Start::end, 0, "", strayDay},
+    {friday, "0y-1y", Start::end, 0, "", strayDay},
+    {friday, "-2000000000h+2000000000h", Start::day, 0, "2024-03-15 00:00:00", ""},
+    {friday, "+400000000w", Start::day, 0, nullptr, "Exception :time field out of range"},
+    {friday, "2147483647y+10000m+2147483647m", Start::day, 0, nullptr,
+     "Exception :time field out of range"},
+};
+
+TEST_F(TimeConversion, TableInEveryZone) {
+    for (const char* zone : {newYork, "UTC0", "<+0545>-5:45", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
+        SetZone(zone);
+        for (const Row& row : rows) {
+            for (const bool startOfDay : {true, false}) {
+                if (row.start == (startOfDay ? Start::end : Start::day)) continue;
+                SCOPED_TRACE(testing::Message() << row.expression << " at " << row.now << " in "
+                                                << zone << ", start of day " << startOfDay);
+                ASSERT_TRUE(SetFirstDayOfWeek(static_cast<FirstDayOfWeek>(row.firstDay)));
+                records_.clear();
+                std::string result = "before";
+                EXPECT_EQ(ConvertTime(row.expression, result, InstantOf(row.now), startOfDay),
+                          row.result != nullptr);
+                EXPECT_EQ(result, row.result != nullptr ? row.result : "before");
+                EXPECT_EQ(Failures(), row.failures);
+            }
+        }
+    }
+}
+
+TEST_F(TimeConversion, RecordsNameTheOperationAndThePlace) {
+    std::string text = "-1d";
+    EXPECT_TRUE(ConvertTime(text, text, 5000000000, true));  // the result may be the expression
+    EXPECT_FALSE(ConvertTime("x", text, 0, true));
+    EXPECT_TRUE(SetFirstDayOfWeek(FirstDayOfWeek::Monday));
+    EXPECT_FALSE(SetFirstDayOfWeek(static_cast<FirstDayOfWeek>(-1)));  // without a record
+    EXPECT_FALSE(SetFirstDayOfWeek(static_cast<FirstDayOfWeek>(7)));
+    const char* const expected[] = {
+        "3[Veltra::TimeConvertr::RelativeToAbsolute]Deal Time input:-1d,now:705032704[src/common_f",
+        "2[Veltra::TimeConvertr::RelativeToAbsolute]output:2128-06-10 00:00:00[src/common_func",
+        "3[Veltra::TimeConvertr::RelativeToAbsolute]Deal Time input:x,now:0[src/common_func.cpp(",
+        "5[Veltra::TimeConvertr::parse_time_string]Invalid format:x[src/common_func.cpp(",
+        "3[Veltra::SetFirstDayOfWeek]Set first day of week is 1[src/TimeConversion.cpp(",
+    };
+    ASSERT_EQ(records_.size(), std::size(expected));
+    for (std::size_t i = 0; i < records_.size(); ++i)
+        EXPECT_EQ(records_[i].rfind(expected[i], 0), 0U)
+            << records_[i] << " is not " << expected[i];
+}
+
+TEST_F(TimeConversion, RefusesInstantsOutOfRangeAndAllInAForkedChild) {
+    using Limits = std::numeric_limits<std::int64_t>;
+    std::string result = "before";
+    for (const std::int64_t now : {Limits::min(), std::int64_t{-1}, 32535216000, Limits::max()}) {
+        EXPECT_FALSE(ConvertTime("+0s", result, now, true)) << now;
+        EXPECT_EQ(records_.back()[0], '5') << now;
+    }
+    EXPECT_EQ(result, "before");
+    EXPECT_TRUE(ConvertTime("+0s", result, 0, true));
+    EXPECT_EQ(result, "1969-12-31 19:00:00");
+    EXPECT_TRUE(ConvertTime("+0s", result, 32535215999, true));
+    EXPECT_EQ(result, "3000-12-31 18:59:59");
+    const auto anyWorks = [&result] {
+        return ConvertTime("-1d", result, 0, true) || SetFirstDayOfWeek(FirstDayOfWeek::Monday);
+    };
+    EXPECT_EXIT(_exit(anyWorks() ? 1 : 0), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TimeConversion, HostileTexts) {
+    const struct {
+        std::string_view piece, end;
+        bool converted;
+    } cases[] = {{"9", "d", false},
+                 {"0", "5d", true},
+                 {"9x", "", false},
+                 {"+", "0m", true},
+                 {"miTn", "", false},
+                 {"+1s-1s", "", true},
+                 {"+9d-9d", "", false},
+                 {"\0"sv, "-1d", true},
+                 {"", "-1d\0"sv, false},
+                 {"", "-1d\0008:30"sv, false},
+                 {"\xff\xfe\xc0", "-1d", true},
+                 {"", "-1d\x80\x80", false}};
+    for (const auto& row : cases) {
+        std::string text;
+        while (!row.piece.empty() && text.size() < std::size_t{1} << 20)
+            text += row.piece;
+        std::string result = "before";
+        EXPECT_EQ(ConvertTime(text.append(row.end), result, 0, true), row.converted)
+            << testing::PrintToString(row.piece) << testing::PrintToString(row.end);
+        EXPECT_EQ(result != "before", row.converted);
+    }
+}
+
+TEST_F(TimeConversion, ManyThreadsWhileTheFirstDayChanges) {
+    qlog_set_handler(nullptr, nullptr, 6);
+    std::array<std::thread, 5> threads;
+    for (std::thread& thread : threads) {
+        thread = std::thread([&, now = InstantOf(friday)] {
+            for (int round = 0; round < 2000; ++round) {
+                if (&thread == threads.data())
+                    SetFirstDayOfWeek(static_cast<FirstDayOfWeek>(round % 2));
+                std::string result;
+                EXPECT_TRUE(ConvertTime("+0w1dT12:00", result, now, true));
+                EXPECT_TRUE(result == "2024-03-10 12:00:00" || result == "2024-03-11 12:00:00")
+                    << result;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// The calendar, beside that of std::chrono and the C library's.
+
+std::tm TimeOn(std::chrono::sys_days day) {
+    const std::time_t noon = std::chrono::sys_seconds(day + 12h).time_since_epoch().count();
+    std::tm time{};
+    gmtime_r(&noon, &time);
+    return time;
+}
+
+std::chrono::sys_days DayOf(const std::tm& time) {
+    return std::chrono::year(time.tm_year + 1900) / (time.tm_mon + 1) / time.tm_mday;
+}
+
+bool SameTime(const std::tm& a, const std::tm& b) {
+    return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday &&
+           a.tm_hour == b.tm_hour && a.tm_min == b.tm_min && a.tm_sec == b.tm_sec &&
+           a.tm_wday == b.tm_wday && a.tm_yday == b.tm_yday && a.tm_isdst == b.tm_isdst;
+}
+
+TEST(Calendar, NormalisesAsTheCLibraryDoes) {
+    std::seed_seq seed{4};  // the same fields in every run
+    std::mt19937 random(seed);
+    for (const int range : {100, 100000, std::numeric_limits<int>::max()}) {
+        std::uniform_int_distribution<int> any(-range, range);
+        for (int round = 0; round < 20000; ++round) {
+            std::tm ours{};
+            ours.tm_year = any(random) / 2;  // the C library needs room for the carry
+            std::string input = std::to_string(ours.tm_year);
+            for (int* field : {&ours.tm_mon, &ours.tm_mday, &ours.tm_hour, &ours.tm_min,
+                               &ours.tm_sec, &ours.tm_isdst}) {
+                *field = any(random);
+                input += ' ' + std::to_string(*field);
+            }
+            std::tm theirs = ours;
+            timegm(&theirs);
+            TimeConvertr::normalise(ours);
+            ASSERT_TRUE(SameTime(ours, theirs)) << input;
+        }
+    }
+}
+
+TEST(Calendar, EveryDayOfFourCenturies) {
+    TimeConvertr converter;
+    for (auto day = std::chrono::sys_days(1899y / 12 / 1); day < 2301y / 1 / 31; ++day) {
+        const std::chrono::year_month_day date(day);
+        const std::tm noon = TimeOn(day);
+        SCOPED_TRACE(TimeConvertr::format_time(noon));
+        const std::tm monthEnd = converter.apply_terms(noon, {{true, 0, 0, 'm'}});
+        ASSERT_TRUE(SameTime(monthEnd, TimeOn(date.year() / date.month() / std::chrono::last)));
+
+        for (int first = 0; first < 7; ++first) {
+            converter.set_first_day_of_week(first);
+            const std::tm weekStart = converter.apply_terms(noon, {{false, '+', 0, 'w'}});
+            ASSERT_EQ(weekStart.tm_wday, first);
+            const auto daysBack = (day - DayOf(weekStart)).count();
+            ASSERT_TRUE(0 <= daysBack && daysBack <= 6) << daysBack << " days back";
+        }
+    }
+}
+
+}  // namespace
+}  // namespace Veltra
