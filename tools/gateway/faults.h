@@ -1,0 +1,29 @@
+#pragma once
+
+#include "gateway.h"
+
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace gateway {
+
+std::string_view kindName(FaultKind kind);
+std::optional<FaultKind> kindFrom(std::string_view name);
+
+/// The faults in force. Thread-safe.
+class FaultList {
+ public:
+    void add(Fault fault);
+    void clear();
+    std::vector<Fault> all() const;
+    /// What meets a request with that path, each use counted: delays, then at most one other.
+    std::vector<Fault> take(std::string_view path);
+
+ private:
+    mutable std::mutex mutex_;
+    std::vector<Fault> faults_;
+};
+
+}  // namespace gateway

@@ -1,0 +1,235 @@
+#pragma once
+
+// A gateway for tests and laptops: it hands out tokens, answers template queries, and takes
+// feedback with pictures over real sockets, over HTTP or HTTPS, and misbehaves on request. See
+// docs/local-gateway.md.
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace gateway {
+
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
+inline constexpr std::string_view kTokenPath = "/api/tmqgw/v1/token/get";
+inline constexpr std::string_view kQueryPath =
+    "/api/tmqgw/aillm/v1/third/text/prompt/by/template/analysis";
+inline constexpr std::string_view kFeedbackPath = "/api/tmqgw/aillm/v1/satisfaction/feedback";
+inline constexpr std::string_view kUploadPath =
+    "/api/tmqgw/aillm/v1/satisfaction/feedback/upload/image";
+inline constexpr std::string_view kCancelPath = "/api/tmqgw/aillm/v1/satisfaction/feedback/cancel";
+/// Upload URLs are the storage's base URL, this, the image key, and what makes them pre-signed.
+inline constexpr std::string_view kStoragePrefix = "/storage/";
+/// Found in the "message" of the refusals that a client must tell apart.
+inline constexpr std::string_view kTokenRejected = "LAP500004";
+inline constexpr std::string_view kContentRejected = "CCF083001";
+
+struct KeyPair {
+    std::string appKey;
+    std::string secretKey;
+};
+
+/// {{name}} in the text is replaced by the query's element of that name.
+struct Template {
+    std::string key;
+    std::string text;
+};
+
+/// The three templates of templates.json, as they were when the gateway was built.
+std::vector<Template> shippedTemplates();
+/// Reads {"templates":[{"key":...,"text":...},...]}; nothing and a reason when it is not that.
+std::optional<std::vector<Template>> parseTemplates(const std::string& json, std::string& reason);
+
+/// What is wrong with the server's certificate. caPem() always gives a sound authority.
+enum class Certificate { Good, Expired, SelfSigned, WrongHost };
+
+struct Options {
+    std::string address = "127.0.0.1";  ///< Numeric, IPv4 or IPv6.
+    int port = 0;                       ///< 0: one that the system picks.
+    bool tls = false;
+    Certificate certificate = Certificate::Good;
+    std::vector<KeyPair> keys;  ///< The pairs that get a token.
+    std::vector<Template> templates = shippedTemplates();
+    std::string areaDomain;  ///< What token answers name as the domain to use; empty: baseUrl().
+    std::chrono::seconds tokenLifetime{7200};
+    std::string storageDomain;                 ///< What upload URLs begin with; empty: baseUrl().
+    std::chrono::seconds uploadLifetime{600};  ///< Of upload URLs; 0: late as soon as made.
+    std::string forbiddenText = "forbidden";   ///< In "inputWords" it gets the query refused.
+    std::chrono::seconds idleTimeout{60};      ///< Kept connections are closed after so long.
+    std::size_t maxConnections = 256;          ///< Further ones wait for their turn to be accepted.
+    std::size_t maxRecordedRequests = 10000;   ///< The oldest are forgotten beyond it.
+    std::size_t maxRecordedBytes = std::size_t{64} << 20;
+    std::size_t maxRecordedBody = std::size_t{16} << 20;   ///< A longer body is recorded cut.
+    std::size_t maxPictureBytes = std::size_t{256} << 20;  ///< The oldest pictures are forgotten.
+    std::function<void()> onStopRequest;  ///< Called, on any thread, for POST /control/stop.
+};
+
+struct Request {
+    std::uint64_t number = 0;  ///< Counts from 1 in order of arrival.
+    std::string method;
+    std::string path;          ///< As sent, with its query.
+    Headers headers;           ///< Sorted by name; wireBytes() shows the order on the wire.
+    std::string body;          ///< Cut after Options::maxRecordedBody bytes.
+    std::size_t bodySize = 0;  ///< The bytes that came.
+    std::chrono::system_clock::time_point time;
+    std::uint64_t connection = 0;  ///< Counts from 1 in order of acceptance.
+
+    /// The first value under that name in any case, or an empty text.
+    std::string header(std::string_view name) const;
+};
+
+/// A feedback as the gateway accepted it.
+struct Feedback {
+    std::string id;
+    std::string traceId;
+    std::int32_t satisfactionType = 0;
+    std::int32_t feedbackType = 0;
+    std::string description;
+    std::string country;
+    std::string clientVersion;
+    std::vector<std::string> imageKeys;
+    bool withdrawn = false;
+};
+
+/// Where one picture can be put, until the URL's lifetime ends.
+struct UploadSlot {
+    std::string imageKey;
+    std::string url;
+};
+
+struct Picture {
+    std::string imageKey;
+    std::size_t size = 0;
+    std::string sha256;  ///< In lower-case hexadecimal digits.
+};
+
+enum class FaultKind {
+    Status,          ///< Answers with status `number` (0: 500) and body `text`.
+    Delay,           ///< Answers `number` milliseconds later; further faults still apply.
+    Close,           ///< Closes the connection instead of answering.
+    Reset,           ///< Resets the connection instead of answering.
+    ResetInHeaders,  ///< Resets it after `number` bytes of the answer (0: 20), of TLS bytes on
+                     ///< HTTPS.
+    ResetInBody,     ///< Resets it after `number` bytes of the body.
+    CutBody,         ///< Closes it after `number` bytes of the body.
+    Stall,           ///< Never answers, until the client leaves.
+    StallInBody,     ///< Falls silent after `number` bytes of the body.
+    Garbage,      ///< Sends `text`, or some noise, instead of an answer (in place of TLS on HTTPS).
+    BadJson,      ///< Status 200 with body `text`, or half a JSON object.
+    EmptyBody,    ///< Status 200 without a body.
+    RejectToken,  ///< Refuses as if the token had been rejected.
+    RefuseCode    ///< Refuses with errorCode `code` and message `text`.
+};
+
+struct Fault {
+    std::string path;  ///< Meets requests whose path begins so, or is just that if it ends in '$';
+                       ///< empty: all but /control/.
+    FaultKind kind = FaultKind::Status;
+    std::int64_t number = 0;
+    std::string code = {};
+    std::string text = {};
+    int times = -1;  ///< How many requests it meets; negative: every one.
+};
+
+/// Reads "path=/api,kind=reset,times=2,number=10,code=1001,text=..."; all but kind may be absent.
+/// The text comes last and may hold commas. Kinds are written as in docs/local-gateway.md.
+std::optional<Fault> parseFault(const std::string& text, std::string& reason);
+
+/// An answer given in place of a road's own.
+struct Answer {
+    int status = 200;
+    std::string body = {};
+    Headers headers = {};
+    bool chunked = false;  ///< Sent in chunks, without its length.
+};
+
+/// The answer that grants these slots. With setAnswer(kUploadPath, ...) the gateway hands out fewer
+/// slots than asked for, empty URLs, or another host's.
+Answer uploadAnswer(const std::vector<UploadSlot>& slots);
+
+/// Once start() has returned, every operation may be called from any thread, also while requests
+/// are being served. Faults, answers and tokens may be set before.
+class Gateway {
+ public:
+    explicit Gateway(Options options);
+    ~Gateway();
+    Gateway(const Gateway&) = delete;
+    Gateway& operator=(const Gateway&) = delete;
+
+    /// Listens when it returns true. Works once; otherwise reason() tells why not. The threads that
+    /// it starts take no signals, and the process's signal dispositions stay as they are.
+    bool start();
+    std::string reason() const;
+    /// Ends every exchange, whatever state it is in, and returns when no thread and no socket is
+    /// left. Calls after the first do nothing.
+    void stop();
+
+    /// Scheme, host and port, without a slash at the end.
+    std::string baseUrl() const;
+    int port() const;
+    /// The certificate authority to trust, made anew by each start; empty without TLS.
+    std::string caPem() const;
+
+    std::vector<Request> requests() const;
+    void clearRequests();
+    /// Connections accepted so far.
+    std::uint64_t connections() const;
+    std::uint64_t tokensIssued() const;
+    /// Connections on which a Stall or StallInBody is in effect now.
+    std::size_t stalled() const;
+
+    /// Every feedback accepted, oldest first: the last 10,000, of 16 MiB together at most.
+    std::vector<Feedback> feedback() const;
+    /// The pictures kept, in the order in which they came last.
+    std::vector<Picture> pictures() const;
+    /// The bytes put under that key.
+    std::optional<std::string> picture(const std::string& imageKey) const;
+    /// A slot of this gateway's own, for uploadAnswer(). Only after start().
+    UploadSlot makeUploadSlot(std::chrono::seconds lifetime = std::chrono::minutes(10)) const;
+
+    /// Faults meet requests in the order in which they were added, one fault a request (and any
+    /// number of delays).
+    void addFault(Fault fault);
+    void clearFaults();
+    std::vector<Fault> faults() const;
+
+    /// Every token handed out so far becomes rejected.
+    void expireTokens();
+    /// Token requests get these texts, in the order of the calls, before the gateway's own.
+    void setNextToken(std::string text);
+    /// Replaces the answer of requests with exactly this path; faults still apply.
+    void setAnswer(const std::string& path, Answer answer);
+    void clearAnswers();
+
+    /// While true, connecting is refused as if nothing listened; connections that exist live on.
+    /// False when the port could not be taken again.
+    bool refuseConnections(bool refuse);
+    /// Closes the connections on which nothing is under way; returns when they have been closed.
+    void closeIdleConnections();
+    /// Resets the connections that stalled() counts.
+    void resetStalled();
+
+    /// Keeps what clients send, byte for byte (up to 16 MiB), from now on. False: forget it.
+    void recordWire(bool on);
+    /// What was kept, one connection after the other.
+    std::string wireBytes() const;
+
+    /// Whether the predicate came true in time. It is tried on each change of the gateway's state
+    /// and every few milliseconds, on the caller's thread with no lock held.
+    bool waitUntil(const std::function<bool()>& predicate,
+                   std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
+
+ private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace gateway

@@ -1,0 +1,67 @@
+#include "json.h"
+
+#include <rapidjson/encodings.h>
+#include <rapidjson/memorystream.h>
+
+namespace gateway {
+namespace {
+
+struct NoOutput {
+    void Put(char) {}
+};
+
+bool isUtf8(const std::string& text) {
+    rapidjson::MemoryStream in(text.data(), text.size());
+    NoOutput out;
+    while (in.Tell() < text.size())
+        if (!rapidjson::UTF8<>::Validate(in, out)) return false;
+    return in.Tell() == text.size();
+}
+
+}  // namespace
+
+rapidjson::Document parseJson(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
+        text.data(), text.size());
+    if (document.HasParseError()) document.SetNull();
+    return document;
+}
+
+const rapidjson::Value* member(const rapidjson::Value& value, const char* name) {
+    if (!value.IsObject()) return nullptr;
+    const auto found = value.FindMember(name);
+    return found == value.MemberEnd() ? nullptr : &found->value;
+}
+
+std::optional<std::string> textMember(const rapidjson::Value& value, const char* name) {
+    const auto* found = member(value, name);
+    if (found == nullptr || !found->IsString()) return std::nullopt;
+    return std::string(found->GetString(), found->GetStringLength());
+}
+
+void write(JsonWriter& writer, std::string_view text) {
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+void write(JsonWriter& writer, std::string_view name, std::string_view text) {
+    write(writer, name);
+    write(writer, text);
+}
+
+std::string showable(const std::string& text, std::size_t limit) {
+    if (isUtf8(text)) return text;
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string shown;
+    for (const char c : std::string_view(text).substr(0, limit)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80) {
+            shown += c;
+        } else {
+            shown += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+        }
+    }
+    return shown;
+}
+
+}  // namespace gateway
