@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# The dynamic symbol table shows the exported functions and classes and nothing else:
+#     check_exports.sh LIBRARY
+set -euo pipefail
+
+shown=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
+classes='CAiHelper|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage'
+allowed="^(Veltra::(Veltra_[A-Za-z]+|ConvertTime|SetFirstDayOfWeek)\(.*\)"
+allowed+="|Veltra::($classes)::.*"
+allowed+="|(typeinfo|typeinfo name|vtable) for Veltra::(CLLMSession|CLLMMessage)"
+allowed+="|Oak::Net::SetHttpClientOptions\(.*\)|qlog_set_handler)$"
+
+others=$(grep -vE "$allowed" <<<"$shown" || true)
+if [ -n "$others" ]; then
+  printf 'Exported, but not meant to be:\n%s\n' "$others"
+  exit 1
+fi
+needed=(
+  Veltra::Veltra_{Enable,Disable,IsEnable,Unit,IsLLMServiceValid,SetDomain,IsDomainValid}
+  Veltra::Veltra_{Authentication,SetsitiveWords}
+  Veltra::ConvertTime Veltra::SetFirstDayOfWeek
+  Veltra::CAiHelper::{CAiHelper,~CAiHelper,operator=,GetLLMSessionItem}
+  Veltra::CHumanMessage::{CHumanMessage,~CHumanMessage,operator=,SetElements,SetFilterType}
+  Veltra::CHumanMessage::{SetSensitiveContent,SetSessionID,GetPtrManager}
+  Veltra::CLicenseInfo::{CLicenseInfo,~CLicenseInfo,operator=,SetLicenseKey}
+  Veltra::CLicenseInfo::{SetProductVersion,GetPtrManager}
+  Veltra::CLLMSession::{CLLMSession,operator=} Veltra::CLLMMessage::{CLLMMessage,operator=}
+  Oak::Net::SetHttpClientOptions
+)
+for name in "${needed[@]}"; do
+  grep -qF "$name(" <<<"$shown" || { echo "missing: $name"; exit 1; }
+done
+grep -qx qlog_set_handler <<<"$shown" || { echo 'missing: qlog_set_handler'; exit 1; }
+printf '%s symbols, all meant\n' "$(wc -l <<<"$shown")"

@@ -1,0 +1,65 @@
+#ifndef VELTRA_TESTS_E2E_SUPPORT_H
+#define VELTRA_TESTS_E2E_SUPPORT_H
+
+#include "gateway/gateway.h"
+
+#include <Oak/Net/HttpClientOptions.h>
+#include <Veltra/Veltra.h>
+
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+/// What tests of the real library against the local gateway share.
+namespace e2e {
+
+/// A file that is there as long as this object.
+class TemporaryFile {
+ public:
+    explicit TemporaryFile(const std::string& content) {
+        const int descriptor = mkstemp(path_.data());
+        if (descriptor >= 0) close(descriptor);
+        std::ofstream(path_) << content;
+    }
+    ~TemporaryFile() { unlink(path_.c_str()); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& Path() const { return path_; }
+
+ private:
+    std::string path_ = "/tmp/veltra-test-XXXXXX";
+};
+
+inline gateway::Options Serve(bool tls) {
+    gateway::Options options;
+    options.tls = tls;
+    options.keys = {{"good", "secret"}};
+    return options;
+}
+
+inline bool LogIn(const std::string& appKey = "good") {
+    auto info = std::make_shared<Veltra::CLicenseInfo>();
+    info->SetLicenseKey("", {{appKey, "secret"}});
+    return Veltra::Veltra_Authentication(Veltra::ProductType::Default, info);
+}
+
+/// Runs a query and returns its answer, or "code: message" when it failed.
+inline std::string Ask(const std::string& name = "World", const std::string& traceId = "t-1") {
+    auto message = std::make_shared<Veltra::CHumanMessage>();
+    message->SetElements("greeting", {{"name", name}, {"place", "here"}});
+    message->SetSessionID(traceId);
+    const auto session = Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
+    std::shared_ptr<Veltra::CLLMMessage> answer;
+    if (session->ExecuteQuery(message, answer)) return answer->GetContent();
+    std::int32_t code = 0;
+    std::string text;
+    session->GetErrorInfo(code, text);
+    return std::to_string(code) + ": " + text;
+}
+
+}  // namespace e2e
+
+#endif
