@@ -51,6 +51,11 @@ bool SendUntilOk(const Oak::Net::CHttpClientRequest& request,
     return SendUntilOk(request, response, refused, [] { return true; });
 }
 
+/// Sends a gateway call in the same way, and logs in the name of `operation` the status of each
+/// answer with another one than 200, and at last that no attempt had it.
+bool SendGatewayCall(const char* operation, const Oak::Net::CHttpClientRequest& request,
+                     Oak::Net::CHttpClientResponse& response);
+
 }  // namespace Veltra
 
 #endif

@@ -1,6 +1,7 @@
 #ifndef VELTRA_SRC_JSONTEXT_H
 #define VELTRA_SRC_JSONTEXT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,13 @@ inline void AppendMember(std::string& body, std::string_view name, std::string_v
     AppendQuoted(body, name);
     body += ':';
     AppendQuoted(body, value);
+}
+
+/// Appends `"name":number`.
+inline void AppendMember(std::string& body, std::string_view name, std::int32_t number) {
+    AppendQuoted(body, name);
+    body += ':';
+    body += std::to_string(number);
 }
 
 /// Appends the items of a range between `open` and `close`, with commas between them; `append`

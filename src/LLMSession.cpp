@@ -32,8 +32,6 @@ constexpr std::int32_t kRefused = 6;
 constexpr const char* kSensitiveMark = "CCF083001";
 constexpr const char* kTokenRejectedMark = "LAP500004";
 
-constexpr const char* kNotSentMessage = "client send message failed";
-
 /// The texts that the gateway is to check.
 std::vector<std::string> InputWords(const CHumanMessageIMP& record) {
     if (record.filterType == FilterType::None) return {};
@@ -184,14 +182,9 @@ bool AISession::Send(Query& query) {
     VELTRA_LOG(query.operation, 2, "request:%s", query.body.c_str());
 
     Oak::Net::CHttpClientResponse response;
-    const bool sent = SendUntilOk(request, response, [&](std::int32_t status) {
-        VELTRA_LOG(query.operation, 5, "http client send message failed,errcode:%d", status);
-        errorMessage_ = kNotSentMessage;
-    });
-    if (!sent) {
+    if (!SendGatewayCall(query.operation, request, response)) {
         errorCode_ = kNotSent;
-        errorMessage_ = kNotSentMessage;
-        VELTRA_LOG(query.operation, 5, "http client send message failed");
+        errorMessage_ = "client send message failed";
         return false;
     }
     response.GetResponseData(&query.response);

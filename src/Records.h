@@ -1,11 +1,13 @@
 #ifndef VELTRA_SRC_RECORDS_H
 #define VELTRA_SRC_RECORDS_H
 
+#include <Veltra/Comment.h>
 #include <Veltra/LicenseInfo.h>
 #include <Veltra/Types.h>
 
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -34,6 +36,17 @@ struct CAiHelperIMP {
 
     ProductType productType;
     std::string text;
+};
+
+struct LLMCommentIMP {
+    explicit LLMCommentIMP(std::string id) : traceId(std::move(id)) {}
+
+    std::string traceId;
+    std::string comments;
+    std::unordered_set<std::string> pictures;
+    SatisfactionLevel satisfactionLevel = SatisfactionLevel::Default;
+    LLMErrType llmErrType = LLMErrType::Default;
+    std::string country = "unKnown";
 };
 
 }  // namespace Veltra

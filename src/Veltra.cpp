@@ -3,6 +3,7 @@
 #include "LLMSession.h"
 #include "Log.h"
 #include "Records.h"
+#include "UserComment.h"
 
 #include <Veltra/Veltra.h>
 
@@ -17,6 +18,21 @@ bool EnabledOrLogged(const char* operation) {
     if (CAIManager::GetInstance()->IsEnable()) return true;
     VELTRA_LOG(operation, 5, "veltra is not enable");
     return false;
+}
+
+/// The guard of exports that call the gateway.
+bool ServiceUsableOrLogged(const char* operation) {
+    if (CAIManager::GetInstance()->IsLLMServiceValid()) return true;
+    VELTRA_LOG(operation, 5, "llm service is not can be used");
+    return false;
+}
+
+/// Sets a field of a comment; false when there is no record.
+template <class Value>
+bool Store(LLMCommentIMP* record, Value LLMCommentIMP::*field, const Value& value) {
+    if (record == nullptr) return false;
+    record->*field = value;
+    return true;
 }
 
 }  // namespace
@@ -110,6 +126,26 @@ bool Veltra_Authentication(const ProductType& /*productType*/, std::shared_ptr<C
     return true;
 }
 
+bool Veltra_SubmitComments(std::shared_ptr<LLMComment> comment, std::string& feedbackId) {
+    VELTRA_OPERATION(operation);
+    const HostCall call;
+    if (!call || !EnabledOrLogged(operation)) return false;
+    if (!comment) {
+        VELTRA_LOG(operation, 5, "comment ptr is nullptr");
+        return false;
+    }
+    return ServiceUsableOrLogged(operation) &&
+           UserComentManager::UpLoadComments(std::move(comment), feedbackId);
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
+bool Veltra_CancleComments(std::string feedbackId) {
+    VELTRA_OPERATION(operation);
+    const HostCall call;
+    return call && EnabledOrLogged(operation) && ServiceUsableOrLogged(operation) &&
+           UserComentManager::CancelComments(feedbackId);
+}
+
 // --- credentials ---------------------------------------------------------------------------------
 
 CLicenseInfo::CLicenseInfo() : record_(std::make_shared<CLicenseInfoIMP>()) {}
@@ -180,6 +216,42 @@ std::shared_ptr<CLLMSession> CAiHelper::GetLLMSessionItem(const LLMType& /*type*
     if (!record_) return nullptr;
     return std::make_shared<AISession>();
 }
+
+// --- feedback ------------------------------------------------------------------------------------
+
+LLMComment::LLMComment(const std::string& traceId)
+    : record_(std::make_shared<LLMCommentIMP>(traceId)) {}
+LLMComment::LLMComment(const LLMComment& other) = default;
+LLMComment::LLMComment(LLMComment&& other) noexcept = default;
+LLMComment& LLMComment::operator=(const LLMComment& other) = default;
+LLMComment& LLMComment::operator=(LLMComment&& other) noexcept = default;
+LLMComment::~LLMComment() = default;
+
+bool LLMComment::SetSatisfactionLevel(const SatisfactionLevel& level) {
+    return Store(record_.get(), &LLMCommentIMP::satisfactionLevel, level);
+}
+
+bool LLMComment::SetLLMErrType(LLMErrType type) {
+    return Store(record_.get(), &LLMCommentIMP::llmErrType, type);
+}
+
+bool LLMComment::SetComments(const std::string& text) {
+    return Store(record_.get(), &LLMCommentIMP::comments, text);
+}
+
+bool LLMComment::SetPictures(const std::unordered_set<std::string>& pictures) {
+    return Store(record_.get(), &LLMCommentIMP::pictures, pictures);
+}
+
+bool LLMComment::SetCountry(const std::string& country) {
+    return Store(record_.get(), &LLMCommentIMP::country, country);
+}
+
+std::shared_ptr<LLMCommentIMP> LLMComment::GetManagerPtr() const {
+    return record_;
+}
+
+// --- query interfaces ----------------------------------------------------------------------------
 
 // The interfaces carry no data; their special members are here so that the library exports them.
 

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 shown=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
-classes='CAiHelper|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage'
+classes='CAiHelper|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage|LLMComment'
 allowed="^(Veltra::(Veltra_[A-Za-z]+|ConvertTime|SetFirstDayOfWeek)\(.*\)"
 allowed+="|Veltra::($classes)::.*"
 allowed+="|(typeinfo|typeinfo name|vtable) for Veltra::(CLLMSession|CLLMMessage)"
@@ -17,7 +17,7 @@ if [ -n "$others" ]; then
 fi
 needed=(
   Veltra::Veltra_{Enable,Disable,IsEnable,Unit,IsLLMServiceValid,SetDomain,IsDomainValid}
-  Veltra::Veltra_{Authentication,SetsitiveWords}
+  Veltra::Veltra_{Authentication,SetsitiveWords,SubmitComments,CancleComments}
   Veltra::ConvertTime Veltra::SetFirstDayOfWeek
   Veltra::CAiHelper::{CAiHelper,~CAiHelper,operator=,GetLLMSessionItem}
   Veltra::CHumanMessage::{CHumanMessage,~CHumanMessage,operator=,SetElements,SetFilterType}
@@ -25,6 +25,8 @@ needed=(
   Veltra::CLicenseInfo::{CLicenseInfo,~CLicenseInfo,operator=,SetLicenseKey}
   Veltra::CLicenseInfo::{SetProductVersion,GetPtrManager}
   Veltra::CLLMSession::{CLLMSession,operator=} Veltra::CLLMMessage::{CLLMMessage,operator=}
+  Veltra::LLMComment::{LLMComment,~LLMComment,operator=,SetSatisfactionLevel,SetLLMErrType}
+  Veltra::LLMComment::{SetComments,SetPictures,SetCountry,GetManagerPtr}
   Oak::Net::SetHttpClientOptions
 )
 for name in "${needed[@]}"; do

@@ -4,6 +4,7 @@
 /// Everything that the library exports.
 
 #include <Veltra/AiHelper.h>
+#include <Veltra/Comment.h>
 #include <Veltra/Export.h>
 #include <Veltra/HumanMessage.h>
 #include <Veltra/LLMSession.h>

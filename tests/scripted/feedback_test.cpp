@@ -1,0 +1,594 @@
+// Feedback: bodies byte for byte, what reaches the storage, every failure with its records, and how
+// much memory pictures take.
+
+#include "AIManager.h"
+#include "Base64.h"
+#include "Log.h"
+#include "scripted/scripted_platform.h"
+
+#include <Veltra/Veltra.h>
+
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
+#include <atomic>
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <set>
+#include <thread>
+
+namespace {
+
+std::atomic<std::size_t> liveBytes{0};
+constexpr std::size_t kSizeField = alignof(std::max_align_t);
+
+}  // namespace
+
+// Allocations carry their size in front, so that a test can tell what is held.
+void* operator new(std::size_t size) {
+    void* const block = std::malloc(size + kSizeField);
+    if (block == nullptr) throw std::bad_alloc();
+    *static_cast<std::size_t*>(block) = size;
+    liveBytes += size;
+    return static_cast<char*>(block) + kSizeField;
+}
+
+void operator delete(void* pointer) noexcept {
+    if (pointer == nullptr) return;
+    void* const block = static_cast<char*>(pointer) - kSizeField;
+    liveBytes -= *static_cast<std::size_t*>(block);
+    std::free(block);
+}
+
+void operator delete(void* pointer, std::size_t /*size*/) noexcept {
+    operator delete(pointer);
+}
+
+namespace {
+
+using scripted::Answer;
+using scripted::Lost;
+using scripted::Ok;
+using scripted::Request;
+using scripted::Status;
+using Lines = std::vector<std::string>;
+using Pictures = std::unordered_set<std::string>;
+using Comment = std::shared_ptr<Veltra::LLMComment>;
+
+const std::string kFeedbackUrl = "https://llm.test/api/tmqgw/aillm/v1/satisfaction/feedback";
+const std::string kSlotUrl = kFeedbackUrl + "/upload/image";
+const std::string kCancelUrl = kFeedbackUrl + "/cancel";
+
+std::string Encoded(const std::string& bytes) {
+    std::string text(bytes.size() / 3 * 4 + 5, '\0');
+    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                       reinterpret_cast<const unsigned char*>(bytes.data()),
+                                       static_cast<int>(bytes.size()));
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+std::string Decoded(const std::string& text) {
+    const auto bytes = Veltra::base64_decode(text);
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string AllBytes() {
+    std::string bytes;
+    for (int value = 0; value < 256; ++value)
+        bytes += static_cast<char>(value);
+    return bytes;
+}
+
+/// A POST as the scripted platform shows it.
+std::string Post(const std::string& url, const std::string& body) {
+    std::string shown = "POST ";
+    shown += url;
+    shown += ' ';
+    shown += body;
+    return shown;
+}
+
+/// Slots with the image keys k1, k2, ... and these URLs.
+std::string SlotsBody(const Lines& urls) {
+    std::string list;
+    for (std::size_t i = 0; i < urls.size(); ++i) {
+        list += (i == 0 ? "" : ",") + (R"({"imageKey":"k)" + std::to_string(i + 1)) +
+                R"(","url":")" + urls[i] + R"("})";
+    }
+    return R"({"errorCode":"0","data":{"imageList":[{"uploadInfoList":[)" + list + "]}]}}";
+}
+
+std::string AcceptedBody(const std::string& id) {
+    return R"({"errorCode":"0","data":{"feedbackId":")" + id + R"("}})";
+}
+
+std::string FeedbackBody(const std::string& traceId, const std::string& keys = "") {
+    return R"({"traceId":")" + traceId +
+           R"(","satisfactionType":0,"feedbackType":0,"feedbackDescription":"",)"
+           R"("country":"unKnown","clientVersion":"un_known","feedbackImageKeys":[)" +
+           keys + "]}";
+}
+
+std::string SlotRequestBody(const std::string& traceId, std::size_t count) {
+    return R"({"traceId":")" + traceId + R"(","uploadImageList":[{"generateNum":)" +
+           std::to_string(count) + R"(,"imageType":"jpg"}]})";
+}
+
+Comment WithPictures(std::size_t count) {
+    Pictures pictures;
+    for (std::size_t i = 0; i < count; ++i)
+        pictures.insert(Encoded("picture " + std::to_string(i)));
+    auto comment = std::make_shared<Veltra::LLMComment>("t");
+    EXPECT_TRUE(comment->SetPictures(pictures));
+    return comment;
+}
+
+/// A process that is logged in, with the monitor stopped and nothing recorded.
+class FeedbackTest : public testing::Test {
+ protected:
+    FeedbackTest() {
+        Veltra::Veltra_Enable();
+        scripted::AnswerBy([](const Request& request) {
+            return Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("tok") : "x");
+        });
+        auto info = std::make_shared<Veltra::CLicenseInfo>();
+        info->SetLicenseKey("", {{"k", "s"}});
+        EXPECT_TRUE(Veltra::Veltra_Authentication(Veltra::ProductType::Default, info));
+        Veltra::Veltra_Unit();
+        scripted::ForgetRequests();
+        scripted::StartRecording();
+    }
+
+    /// Submits; returns the feedback id, or "failed".
+    std::string Submit(const Comment& comment) {
+        std::string id = "as before";
+        testing::internal::CaptureStdout();
+        const bool accepted = Veltra::Veltra_SubmitComments(comment, id);
+        output = testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(accepted || id == "as before") << id;
+        return accepted ? id : "failed";
+    }
+
+    static Veltra::CAIManager& Manager() { return *Veltra::CAIManager::GetInstance(); }
+
+    std::string output;
+};
+
+TEST(OperationName, FromEachCompilersSignature) {
+    const auto name = [](const auto& signature) {
+        return std::string(Veltra::detail::QualifiedName(signature).text);
+    };
+    EXPECT_EQ(name("bool Veltra::Veltra_Enable()"), "Veltra::Veltra_Enable");
+    EXPECT_EQ(name("static std::vector<std::pair<A, B (*)()> > Veltra::A::f(const C<D>&)"),
+              "Veltra::A::f");
+    EXPECT_EQ(name("std::string &__cdecl Veltra::A::f(int (__cdecl *)(int))"), "Veltra::A::f");
+    const std::string local = "Veltra::A::f::Step";
+    EXPECT_EQ(name("bool Veltra::A::f(int (*)(int)) const::Step::operator()(int) const"), local);
+    EXPECT_EQ(name("bool Veltra::A::f(B<int> &)::Step::operator()(std::string &&) const"), local);
+    EXPECT_EQ(name("bool __cdecl Veltra::A::f::Step::operator ()(int) const"), local);
+}
+
+TEST_F(FeedbackTest, FreshCommentOnTheWire) {
+    std::vector<Request> sent;
+    scripted::AnswerBy([&](const Request& request) {
+        sent.push_back(request);
+        return Ok(AcceptedBody("f1"));
+    });
+    EXPECT_EQ(Submit(std::make_shared<Veltra::LLMComment>("t1")), "f1");
+    ASSERT_EQ(sent.size(), 1U);
+    EXPECT_EQ(sent[0].Method(), "POST");
+    EXPECT_EQ(sent[0].Url().Text(), kFeedbackUrl);
+    EXPECT_EQ(sent[0].ContentType(), "application/json");
+    EXPECT_EQ(sent[0].Headers(),
+              (std::vector<Request::HeaderField>{{"Authorization", "Bearer tok"}}));
+    EXPECT_EQ(sent[0].Data(), FeedbackBody("t1"));
+    EXPECT_EQ(output, FeedbackBody("t1") + "\n");
+    EXPECT_EQ(scripted::Records(), Lines{});
+}
+
+TEST_F(FeedbackTest, TextsGoOutAsTheyAre) {
+    using std::string_literals::operator""s;
+    const auto comment = std::make_shared<Veltra::LLMComment>("t\"\\"s);
+    Veltra::LLMComment copy(*comment);
+    EXPECT_TRUE(copy.SetComments("a\"b\0\n\xff"s));
+    EXPECT_TRUE(copy.SetCountry("{]"));
+    EXPECT_TRUE(copy.SetSatisfactionLevel(Veltra::SatisfactionLevel(INT32_MIN)));
+    EXPECT_TRUE(copy.SetLLMErrType(Veltra::LLMErrType(INT32_MAX)));
+    Manager().SetProductVersion("5\t1");
+    const std::string body =
+        "{\"traceId\":\"t\"\\\",\"satisfactionType\":-2147483648,\"feedbackType\":2147483647,"
+        "\"feedbackDescription\":\"a\"b\0\n\xff\",\"country\":\"{]\",\"clientVersion\":\"5\t1\","
+        "\"feedbackImageKeys\":[]}"s;
+    scripted::AnswerInOrder({Ok(AcceptedBody(""))});
+    EXPECT_EQ(Submit(comment), "") << "an empty id is the gateway's to give";
+    EXPECT_EQ(scripted::Requests(), Lines{Post(kFeedbackUrl, body)});
+    EXPECT_EQ(output, body + "\n");
+}
+
+TEST_F(FeedbackTest, PicturesGoToTheSlotsInOrder) {
+    const Lines five = {"https://s/1?x=%20&y", "https://s/2", "https://s/3", "https://s/4", "s5"};
+    const auto first = [&](std::ptrdiff_t n) { return Lines(five.begin(), five.begin() + n); };
+    const Answer stored = Ok("");
+    const struct {
+        const char* name;
+        std::size_t pictures;
+        Lines slots;
+        std::vector<Answer> pushes;  // the answer to each push that is expected
+        std::string keys;
+    } cases[] = {
+        {"one", 1, first(1), {stored}, R"("k1")"},
+        {"four", 4, first(4), {stored, stored, stored, stored}, R"("k1","k2","k3","k4")"},
+        {"six", 6, first(4), {stored, stored, stored, stored}, R"("k1","k2","k3","k4")"},
+        {"fewer slots than pictures", 3, first(1), {stored}, R"("k1")"},
+        {"more slots than pictures", 2, first(5), {stored, stored}, R"("k1","k2")"},
+        {"failed push", 3, first(3), {stored, Status(403), stored}, R"("k1","k3")"},
+        {"lost push", 3, first(3), {Lost(), stored, stored}, R"("k2","k3")"},
+        {"slot without a URL", 2, {"", five[1]}, {Lost(), stored}, R"("k2")"},
+        {"created is not stored", 2, first(2), {Status(201), stored}, R"("k2")"},
+        {"all pushes fail", 2, first(2), {Status(500), Lost()}, ""},
+        {"no slot", 2, {}, {}, ""},
+    };
+    const std::string manager = "UserComentManager::";
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const Comment comment = WithPictures(each.pictures);
+        std::multiset<std::string> pushed;
+        std::vector<Answer> answers = each.pushes;
+        answers.insert(answers.begin(), Ok(SlotsBody(each.slots)));
+        answers.push_back(Ok(AcceptedBody("f")));
+        std::size_t next = 0;
+        scripted::AnswerBy([&](const Request& request) {
+            if (request.Method() == "PUT") pushed.insert(Encoded(request.Data()));
+            return next < answers.size() ? answers[next++] : Lost();
+        });
+        scripted::ForgetRequests();
+        scripted::ForgetRecords();
+        EXPECT_EQ(Submit(comment), each.keys.empty() ? "failed" : "f");
+
+        const std::string slotBody = SlotRequestBody("t", std::min<std::size_t>(each.pictures, 4));
+        std::string echoed = slotBody + "\n";
+        Lines requests = {Post(kSlotUrl, slotBody)};
+        Lines records;
+        for (std::size_t i = 0; i < each.pushes.size(); ++i) {
+            const Answer& answer = each.pushes[i];
+            requests.push_back("PUT " + each.slots[i] + " ");
+            const std::string push = manager + "UpLoadPics::PushPicToS3|Send to S3 ";
+            if (answer.sent && answer.status != 200) records.push_back("5 " + push + "failed");
+            if (!answer.sent || answer.status != 200) continue;
+            records.push_back("3 " + push + "success ");
+            records.push_back("2 " + manager + "UpLoadPics|push pic to s3 suc,the key is k" +
+                              std::to_string(i + 1) + ",the url is " + each.slots[i]);
+        }
+        records.push_back("3 " + manager + "UpLoadPics|push " + std::to_string(each.pictures) +
+                          " pic to s3");
+        if (each.keys.empty()) {
+            records.push_back("5 " + manager + "UpLoadComments|Upload pic to S3 failed!");
+        } else {
+            requests.push_back(Post(kFeedbackUrl, FeedbackBody("t", each.keys)));
+            echoed += FeedbackBody("t", each.keys) + "\n";
+        }
+        Lines sent = scripted::Requests();
+        for (auto& request : sent) {
+            if (request[1] == 'U') request.resize(request.find(' ', 4) + 1);  // the bytes: below
+        }
+        EXPECT_EQ(sent, requests);
+        EXPECT_EQ(scripted::Records(), records);
+        EXPECT_EQ(output, echoed);
+        EXPECT_EQ(pushed.size(), each.pushes.size());
+        for (const auto& picture : pushed) {
+            EXPECT_EQ(pushed.count(picture), 1U) << "each picture goes out once: " << picture;
+        }
+    }
+}
+
+TEST_F(FeedbackTest, StorageGetsThePictureAlone) {
+    const auto comment = std::make_shared<Veltra::LLMComment>("t");
+    comment->SetPictures({Encoded(AllBytes())});
+    const std::string url = "https://llm.test/the/gateways/own/host";
+    std::vector<Request> sent;
+    scripted::AnswerBy([&](const Request& request) {
+        sent.push_back(request);
+        return Ok(sent.size() == 1 ? SlotsBody({url}) : AcceptedBody("f"));
+    });
+    EXPECT_EQ(Submit(comment), "f");
+    ASSERT_EQ(sent.size(), 3U);
+    EXPECT_EQ(sent[1].Method(), "PUT");
+    EXPECT_EQ(sent[1].Url().Text(), url);
+    EXPECT_EQ(sent[1].Headers(), std::vector<Request::HeaderField>{});
+    EXPECT_EQ(sent[1].ContentType(), "");
+    EXPECT_EQ(sent[1].Data(), AllBytes());
+
+    comment->SetPictures({"no base64!"});
+    sent.clear();
+    EXPECT_EQ(Submit(comment), "f") << "a picture of no bytes is pushed all the same";
+    ASSERT_EQ(sent.size(), 3U);
+    EXPECT_EQ(sent[1].Data(), "");
+    EXPECT_EQ(sent[2].Data(), FeedbackBody("t", R"("k1")"));
+}
+
+TEST_F(FeedbackTest, Base64) {
+    using std::string_literals::operator""s;
+    std::string blocks;
+    for (int i = 0; i < 40; ++i)
+        blocks += AllBytes();
+    const struct {
+        std::string text;
+        std::string bytes;
+    } cases[] = {{"QUJD", "ABC"},
+                 {"QUI=", "AB"},
+                 {"QQ==", "A"},
+                 {"A", ""},
+                 {"QUJDRA", "ABC"},
+                 {"QU\0D"s, ""},
+                 {"QUJD\nREVG", ""},
+                 {"-_-_", ""},
+                 {"\xff\xff\xff\xff", ""},
+                 {Encoded(blocks), blocks},
+                 {Encoded(AllBytes()), AllBytes()}};
+    for (const auto& each : cases)
+        EXPECT_EQ(Decoded(each.text), each.bytes) << each.text;
+    // Each length: the padding at the end of a decoder's block too.
+    for (std::size_t length = 700; length < 800; ++length)
+        EXPECT_EQ(Decoded(Encoded(blocks.substr(0, length))), blocks.substr(0, length)) << length;
+    const std::string cut = Decoded(Encoded(blocks) + "!" + Encoded(blocks));
+    EXPECT_EQ(cut, blocks.substr(0, cut.size())) << "right until the text goes wrong";
+    EXPECT_EQ(scripted::Records(), Lines{});
+
+    EXPECT_EQ(Decoded(""), "");
+    EXPECT_EQ(scripted::Records(), Lines{"4 base64_decode|Empty input string for base64 decode"});
+}
+
+TEST_F(FeedbackTest, Base64LongerThanAnInt) {
+    if (std::getenv("VELTRA_LONG_TESTS") == nullptr) {
+        GTEST_SKIP() << "needs 2 GiB and a while: scripts/test --long";
+    }
+    const std::string text(std::size_t{INT_MAX} + 1, 'A');
+    EXPECT_EQ(Decoded(text), "");
+    EXPECT_EQ(scripted::Records(), Lines{"5 base64_decode|Failed to create memory BIO"});
+}
+
+std::atomic<int> allocationsUntilFailure{INT_MAX};
+
+void* FailOnCue(void* old, std::size_t size) {
+    return --allocationsUntilFailure == 0 ? nullptr : std::realloc(old, size);
+}
+
+TEST(Base64, DecoderThatCannotBeMade) {
+    // Before anything else in this process uses the library of the decoder.
+    ASSERT_EQ(
+        CRYPTO_set_mem_functions(
+            [](std::size_t size, const char*, int) { return FailOnCue(nullptr, size); },
+            [](void* old, std::size_t size, const char*, int) { return FailOnCue(old, size); },
+            [](void* block, const char*, int) { std::free(block); }),
+        1);
+    EXPECT_EQ(Decoded("QUJD"), "ABC");  // what is set up only once is not to fail
+    scripted::StartRecording();
+    std::set<Lines> outcomes;
+    for (int failing = 1; failing < 50; ++failing) {
+        scripted::ForgetRecords();
+        allocationsUntilFailure = failing;
+        const std::string bytes = Decoded("QUJD");
+        allocationsUntilFailure = INT_MAX;
+        EXPECT_EQ(bytes, scripted::Records().empty() ? "ABC" : "") << failing;
+        outcomes.insert(scripted::Records());
+    }
+    EXPECT_EQ(outcomes, (std::set<Lines>{{},
+                                         {"5 base64_decode|Failed to create base64 BIO"},
+                                         {"5 base64_decode|Failed to create memory BIO"}}));
+}
+
+TEST_F(FeedbackTest, EveryFailure) {
+    using Call = std::function<std::string()>;
+    const auto submit = [this](std::size_t pictures) -> Call {
+        return [this, pictures] { return Submit(WithPictures(pictures)); };
+    };
+    const Call cancel = [] { return Veltra::Veltra_CancleComments("f") ? "true" : "failed"; };
+    const auto withoutToken = [](const Call& call) -> Call {
+        return [call] {
+            Manager().SetToken("");
+            return call();
+        };
+    };
+    // All of the answers are fetched, and no more.
+    const auto check = [](const char* name, const Call& call, const std::vector<Answer>& answers,
+                          const std::string& expected, Lines records) {
+        SCOPED_TRACE(name);
+        Manager().SetToken("tok");
+        scripted::AnswerInOrder(answers);
+        scripted::ForgetRequests();
+        scripted::ForgetRecords();
+        EXPECT_EQ(call(), expected);
+        EXPECT_EQ(scripted::Requests().size(), answers.size());
+        for (auto& record : records)
+            record.insert(2, "UserComentManager::");
+        EXPECT_EQ(scripted::Records(), records);
+    };
+    const std::string failed = "5 SendToCloud|http client send message failed";
+    const std::string failed500 = failed + ",errcode:500";
+    const std::string noUpload = "5 UpLoadComments|Upload pic to S3 failed!";
+    const std::string noToken = "get token failed";
+    const Answer down = Status(500);
+    const Answer refused = Ok(scripted::RefusalBody("77", "not today"));
+    const Answer slots = Ok(SlotsBody({"u"}));
+    const Answer noList = Ok(R"({"errorCode":"0","data":{"imageList":[{"uploadInfoList":{}}]}})");
+    const std::string stored = "3 UpLoadPics::PushPicToS3|Send to S3 success ";
+    const std::string key = "2 UpLoadPics|push pic to s3 suc,the key is k1,the url is u";
+    const std::string count = "3 UpLoadPics|push 1 pic to s3";
+    const std::string says = "5 UpLoadComments|http client get response:";
+
+    check("lost", cancel, {Lost(), Lost(), Lost()}, "failed", {failed});
+    check("down", cancel, {down, down, down}, "failed", {failed500, failed500, failed500, failed});
+    check("second attempt", cancel, {down, Ok(R"({"errorCode":"0"})")}, "true", {failed500});
+    check("third attempt", submit(0), {Lost(), Lost(), Ok(AcceptedBody("f"))}, "f", {});
+
+    check("cancel: not JSON", cancel, {Ok("<>")}, "failed", {});
+    check("cancel: empty answer", cancel, {Ok("")}, "failed", {});
+    check("cancel: refused", cancel, {refused}, "failed", {});
+    check("cancel: no code", cancel, {Ok("{}")}, "failed", {});
+    check("cancel: number", cancel, {Ok(R"({"errorCode":0})")}, "true", {});
+    check("cancel: not quite 0", cancel, {Ok(R"({"errorCode":"00"})")}, "failed", {});
+    check("cancel: no token", withoutToken(cancel), {}, "failed", {"5 SendToCloud|" + noToken});
+
+    check("slots: lost", submit(1), {Lost(), Lost(), Lost()}, "failed", {failed, noUpload});
+    check("slots: not JSON", submit(1), {Ok("<>")}, "failed", {noUpload});
+    check("slots: refused", submit(1), {refused}, "failed",
+          {"5 UpLoadPics|get S3 URL failed", noUpload});
+    check("slots: no list", submit(1), {noList}, "failed", {count, noUpload});
+    check("slots: no token", withoutToken(submit(1)), {}, "failed",
+          {"5 SendToCloud|" + noToken, noUpload});
+
+    check("post: no token", withoutToken(submit(0)), {}, "failed", {"5 UpLoadComments|" + noToken});
+    check("post: lost", submit(1), {slots, Ok(""), Lost(), Lost(), Lost()}, "failed",
+          {stored, key, count, failed});
+    check("post: not JSON", submit(0), {Ok("<>")}, "failed", {});
+    check("post: refused", submit(1), {slots, Ok(""), refused}, "failed",
+          {stored, key, count, says + "not today,errcode:77"});
+    check("post: no code", submit(0), {Ok(R"({"message":"m","data":{"feedbackId":"x"}})")},
+          "failed", {says + "m,errcode:"});
+    check("post: no id", submit(0), {Ok(R"({"errorCode":"0"})")}, "", {});
+}
+
+TEST_F(FeedbackTest, CancelOnTheWire) {
+    scripted::AnswerInOrder({Ok(R"({"errorCode":"0"})"), Ok(R"({"errorCode":"1"})"), Lost()});
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(Veltra::Veltra_CancleComments("f\"1"));
+    EXPECT_FALSE(Veltra::Veltra_CancleComments("f\"1")) << "sent again, the gateway's to judge";
+    EXPECT_FALSE(Veltra::Veltra_CancleComments(""));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    Lines requests = scripted::Requests();
+    requests.resize(3);
+    EXPECT_EQ(requests, (Lines{Post(kCancelUrl, "{\"feedbackId\":\"f\"1\"}"),
+                               Post(kCancelUrl, "{\"feedbackId\":\"f\"1\"}"),
+                               Post(kCancelUrl, "{\"feedbackId\":\"\"}")}));
+}
+
+TEST_F(FeedbackTest, GuardsSendNothing) {
+    const Comment comment = WithPictures(1);
+    const auto refused = [&](const Comment& given) {
+        return Submit(given) == "failed" && output.empty();
+    };
+    auto moved = std::make_shared<Veltra::LLMComment>("t");
+    const Veltra::LLMComment taken(std::move(*moved));
+    EXPECT_FALSE(moved->SetSatisfactionLevel({}) || moved->SetLLMErrType({}) ||
+                 moved->SetComments("") || moved->SetPictures({}) || moved->SetCountry(""));
+    EXPECT_EQ(moved->GetManagerPtr(), nullptr);
+    EXPECT_NE(taken.GetManagerPtr(), nullptr);
+    EXPECT_TRUE(refused(moved));
+    EXPECT_TRUE(refused(nullptr));
+    Manager().SetLLMServiceValid(false);
+    EXPECT_TRUE(refused(nullptr)) << "the pointer is looked at first";
+    EXPECT_TRUE(refused(comment));
+    EXPECT_FALSE(Veltra::Veltra_CancleComments("f"));
+    Veltra::Veltra_Disable();
+    EXPECT_TRUE(refused(nullptr)) << "the switch is looked at first";
+    EXPECT_FALSE(Veltra::Veltra_CancleComments("f"));
+    const std::string unusable = "llm service is not can be used";
+    EXPECT_EQ(scripted::Records(),
+              (Lines{"5 UserComentManager::UpLoadComments|humanmessage manager ptr is nullptr",
+                     "5 Veltra_SubmitComments|comment ptr is nullptr",
+                     "5 Veltra_SubmitComments|comment ptr is nullptr",
+                     "5 Veltra_SubmitComments|" + unusable, "5 Veltra_CancleComments|" + unusable,
+                     "3 CAIManager::Disable|veltra disable.",
+                     "5 Veltra_SubmitComments|veltra is not enable",
+                     "5 Veltra_CancleComments|veltra is not enable"}));
+    EXPECT_EQ(scripted::Requests(), Lines{});
+}
+
+TEST_F(FeedbackTest, SubmissionUsesTheRecordOfItsStart) {
+    const Comment comment = WithPictures(1);
+    scripted::AnswerBy([&](const Request& request) {
+        if (request.Method() == "PUT") return Ok("");
+        const bool asksForSlots = request.Url().Text() == kSlotUrl;
+        if (asksForSlots) {
+            comment->SetCountry("changed");
+            comment->SetPictures({});
+        }
+        return Ok(asksForSlots ? SlotsBody({"u"}) : AcceptedBody("f"));
+    });
+    EXPECT_EQ(Submit(comment), "f");
+    EXPECT_EQ(scripted::Requests().back(), Post(kFeedbackUrl, FeedbackBody("t", R"("k1")")));
+
+    scripted::ForgetRequests();
+    EXPECT_EQ(Submit(comment), "f") << "a record may be submitted again";
+    std::string body = FeedbackBody("t");
+    body.replace(body.find("unKnown"), 7, "changed");
+    EXPECT_EQ(scripted::Requests(), Lines{Post(kFeedbackUrl, body)});
+}
+
+TEST_F(FeedbackTest, OneDecodedPictureIsHeldAtATime) {
+    constexpr std::size_t kPicture = 10U << 20;
+    constexpr std::size_t kSlack = 64U << 10;
+    Pictures pictures;
+    for (const char filling : {'a', 'b', 'c', 'd', 'e'})
+        pictures.insert(Encoded(std::string(kPicture, filling)));
+    const auto comment = std::make_shared<Veltra::LLMComment>("t");
+    comment->SetPictures(pictures);
+    const std::size_t copyOfRecord = pictures.size() * (kPicture / 3 * 4 + 4);
+
+    const std::size_t before = liveBytes;
+    std::size_t pushes = 0;
+    scripted::AnswerBy([&](const Request& request) {
+        scripted::ForgetRequests();  // they hold the bytes, too
+        if (request.Method() == "PUT") {
+            ++pushes;
+            EXPECT_LE(liveBytes - before, copyOfRecord + kPicture + kSlack);
+            return Ok("");
+        }
+        return Ok(request.Url().Text() == kSlotUrl ? SlotsBody({"1", "2", "3", "4"})
+                                                   : AcceptedBody("f"));
+    });
+    std::string id;
+    EXPECT_TRUE(Veltra::Veltra_SubmitComments(comment, id));
+    EXPECT_EQ(pushes, 4U);
+    scripted::ForgetRequests();
+    EXPECT_LE(liveBytes, before + kSlack);
+}
+
+TEST_F(FeedbackTest, ManyThreadsDontMeet) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 20;
+    // Slots, key and id of a request are made of its trace id, or of the picture.
+    scripted::AnswerBy([](const Request& request) {
+        const std::string& data = request.Data();
+        if (request.Method() == "PUT") {
+            return request.Url().Text() == "https://s/" + data ? Ok("") : Status(403);
+        }
+        const std::string id = data.substr(12, data.find('"', 12) - 12);
+        if (request.Url().Text() == kSlotUrl) return Ok(SlotsBody({"https://s/" + id}));
+        return data == FeedbackBody(id, R"("k1")") ? Ok(AcceptedBody(id)) : Status(400);
+    });
+    const auto shared = std::make_shared<Veltra::LLMComment>("shared");
+    shared->SetPictures({Encoded("shared")});
+    testing::internal::CaptureStdout();
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, own = "t" + std::to_string(i)] {
+            for (int round = 0; round < kRounds; ++round) {
+                const auto comment = std::make_shared<Veltra::LLMComment>(own);
+                comment->SetPictures({Encoded(own)});
+                std::string id;
+                EXPECT_TRUE(Veltra::Veltra_SubmitComments(comment, id));
+                EXPECT_EQ(id, own);
+                EXPECT_TRUE(Veltra::Veltra_SubmitComments(shared, id));
+                EXPECT_EQ(id, "shared");
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    // One write a line: no line is torn.
+    std::size_t lines = 0;
+    std::string out = testing::internal::GetCapturedStdout();
+    for (std::size_t at = 0, end; (end = out.find('\n', at)) != std::string::npos; at = end + 1) {
+        ++lines;
+        EXPECT_EQ(out.compare(at, 12, R"({"traceId":")"), 0) << out.substr(at, end - at);
+    }
+    EXPECT_EQ(lines, std::size_t{kThreads} * kRounds * 4);
+}
+
+}  // namespace
