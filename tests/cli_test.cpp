@@ -1,0 +1,386 @@
+// The program veltra as a user meets it: exit status, standard output, standard error.
+
+#include <Veltra/PhraseKey.h>
+
+#include <gateway/gateway.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* kApp = "app-4711";
+constexpr const char* kSecret = R"(s3cret"4712)";
+constexpr const char* kSecretInJson = R"(s3cret\"4712)";
+
+struct Result {
+    int status = -1;
+    std::string output;
+    std::string error;
+};
+
+class CliTest : public testing::Test {
+ protected:
+    void SetUp() override {
+        std::string pattern = testing::TempDir() + "/veltra-cli-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        keys_ = write("keys.json", std::string(R"({"keys":[{"appKey":")") + kApp +
+                                       R"(","secretKey":")" + kSecretInJson + R"("}]})");
+        ASSERT_EQ(chmod(keys_.c_str(), 0600), 0);
+    }
+
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    void startGateway(bool tls = false) {
+        gateway::Options options;
+        options.tls = tls;
+        options.keys = {{kApp, kSecret}};
+        gateway_ = std::make_unique<gateway::Gateway>(options);
+        ASSERT_TRUE(gateway_->start()) << gateway_->reason();
+    }
+
+    std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(folder_ / name, std::ios::binary) << text;
+        return (folder_ / name).string();
+    }
+
+    std::string read(const std::string& name) const {
+        std::ostringstream text;
+        text << std::ifstream(folder_ / name, std::ios::binary).rdbuf();
+        return text.str();
+    }
+
+    /// Runs the program with arguments in the shell's notation; no output may show the secret.
+    Result run(const std::string& arguments, const std::string& environment = "",
+               const std::string& input = "") const {
+        write("in", input);
+        const std::string command =
+            "cd '" + folder_.string() + "' && env -u VELTRA_APP_KEY -u VELTRA_SECRET_KEY " +
+            environment + " '" VELTRA_PROGRAM "' <in >out 2>err " + arguments;
+        // The redirections are the shell's. NOLINTNEXTLINE(cert-env33-c)
+        const int status = std::system(command.c_str());
+        Result result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("out"), read("err")};
+        for (const auto& text : {result.output, result.error}) {
+            EXPECT_EQ(text.find("s3cret"), text.npos) << arguments;
+            EXPECT_EQ(text.find(kApp), text.npos) << arguments;
+        }
+        return result;
+    }
+
+    Result atGateway(const std::string& command, const std::string& arguments) const {
+        return run(command + " --credentials keys.json --domain " + gateway_->baseUrl() + ' ' +
+                   arguments);
+    }
+
+    Result query(const std::string& arguments) const { return atGateway("query", arguments); }
+
+    std::filesystem::path folder_;
+    std::string keys_;
+    std::unique_ptr<gateway::Gateway> gateway_;
+};
+
+TEST_F(CliTest, WrongUsageExitsWith2AndPrintsNothingOnStandardOutput) {
+    write("broken.json", R"({"keys":[{"appKey":"s3cret"}]})");
+    for (const char* arguments :
+         {"", "no-such", "query", "query greeting", "query --no-such greeting",
+          "query greeting --credentials broken.json", "query greeting --credentials absent.json",
+          "query greeting noequals --credentials keys.json",
+          "query greeting a=1 a=2 --credentials keys.json",
+          "query greeting --filter 5 --credentials keys.json",
+          "query greeting $(printf 'a=\\377') --credentials keys.json", "probe", "probe gateway",
+          "probe http://localhost:1 --log-level 1", "phrase-key --no-such", "demo", "feedback",
+          "feedback cancel", "feedback submit --credentials keys.json"}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2) << arguments << '\n' << result.error;
+        EXPECT_EQ(result.output, "") << arguments;
+        EXPECT_NE(result.error, "") << arguments;
+    }
+    EXPECT_EQ(run("query greeting", "VELTRA_APP_KEY=half").status, 2);
+}
+
+TEST_F(CliTest, HelpAndVersionExitWith0) {
+    for (const char* arguments :
+         {"--help", "--version", "query --help", "probe --help", "phrase-key --help", "demo --help",
+          "feedback --help", "feedback submit --help", "feedback cancel --help"}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 0) << arguments;
+        EXPECT_NE(result.output, "") << arguments;
+        EXPECT_EQ(result.error, "") << arguments;
+    }
+}
+
+TEST_F(CliTest, ConvertsTimes) {
+    const struct {
+        const char* arguments;
+        int status;
+        const char* output;
+    } cases[] = {
+        {R"(-1d --now '2024-03-15 10:20:30')", 0, "2024-03-14 23:59:59\n"},
+        {R"(+0w --first-day 1 --start-of-day --now 1710498030)", 0, "2024-03-11 00:00:00\n"},
+        {R"(T --json --now '2024-03-15 10:20:30')", 0,
+         "{\"ok\":true,\"time\":\"2024-03-15 10:20:30\"}\n"},
+        {R"(-1m --now '2024-03-31 10:20:30')", 1, ""},  // there is no 31 February
+        {"-2hxyz", 1, ""},
+        {"''", 1, ""},
+        {"-1d --now '2024-02-31 10:20:30'", 2, ""},
+        {"-1d --first-day 7", 2, ""},
+        {"", 2, ""},
+    };
+    for (const auto& each : cases) {
+        const Result result = run(std::string("time ") + each.arguments, "TZ=UTC");
+        EXPECT_EQ(result.status, each.status) << each.arguments << '\n' << result.error;
+        EXPECT_EQ(result.output, each.output) << each.arguments;
+        EXPECT_EQ(result.error.empty(), each.status == 0) << each.arguments << '\n' << result.error;
+    }
+}
+
+TEST_F(CliTest, PrintsPhraseKeys) {
+    struct Case {
+        const char* arguments;
+        const char* input;
+        std::string output;
+    };
+    const std::string two = Veltra::PhraseKey("two words");
+    const std::string brackets = Veltra::PhraseKey("[a,b]");
+    const std::vector<Case> cases = {
+        {"phrase-key 'two words' '[a,b]'", "", two + '\n' + brackets + '\n'},
+        {"phrase-key", "two words\r\n\n[a,b]", two + '\n' + brackets + '\n'},
+        {"phrase-key --json 'two words'", "",
+         R"({"ok":true,"keys":[{"phrase":"two words","key":")" + two + "\"}]}\n"},
+    };
+    for (const auto& [arguments, input, output] : cases) {
+        const Result result = run(arguments, "", input);
+        EXPECT_EQ(result.status, 0) << arguments << '\n' << result.error;
+        EXPECT_EQ(result.output, output) << arguments << " with input " << input;
+    }
+}
+
+TEST_F(CliTest, PrintsTheAnswerAlone) {
+    startGateway();
+    const Result text = query("greeting name=Ada 'place=\"C:\\new\"'");
+    EXPECT_EQ(text.status, 0) << text.error;
+    EXPECT_EQ(text.output, "Hello Ada, welcome to \"C:\\new\".\n");
+    EXPECT_EQ(text.error, "");
+
+    const Result json = query("greeting name=Ada 'place=\"x\"' --trace-id t-1 --json");
+    EXPECT_EQ(json.status, 0) << json.error;
+    EXPECT_EQ(json.output, R"({"ok":true,"traceId":"t-1","answer":"Hello Ada, welcome to \"x\"."})"
+                           "\n");
+}
+
+TEST_F(CliTest, SendsWhatTheOptionsSay) {
+    startGateway();
+    const Result result = query("greeting name=b --filter 3 --sensitive one --sensitive '[2,3]'");
+    EXPECT_EQ(result.status, 0) << result.error;
+    std::string body;  // the monitor's probes come to the same path, before or after, without one
+    for (const auto& request : gateway_->requests())
+        if (request.path == gateway::kQueryPath) body += request.body;
+    EXPECT_NE(body.find(R"("sensitiveContentCfg":{"inputWords":["one","[2,3]"],)"
+                        R"("filterTags":["checkOutput"]})"),
+              body.npos)
+        << body;
+}
+
+TEST_F(CliTest, RefusalsExitWith1AndSayWhy) {
+    startGateway();
+    write("phrases.txt", "top  secret\r\n\nback\\slash\n");
+    struct Case {
+        const char* arguments;
+        int code;
+        const char* message;
+    };
+    const std::vector<Case> cases = {
+        {"absent", 6, "unknown prompt key: absent"},
+        {"greeting name=forbidden --filter 2", 4, "CCF083001: the input is not acceptable"},
+        {"greeting 'name=a top secret' --phrase-file phrases.txt", 4, "has sensitive words"},
+        {"greeting 'name=a \"top secret\" b' --phrase-file phrases.txt", 4, "has sensitive words"},
+        {"greeting 'name=back\\slash' --phrase-file phrases.txt", 4, "has sensitive words"},
+    };
+    for (const auto& [arguments, code, message] : cases) {
+        const std::string number = std::to_string(code);
+        const Result text = query(std::string(arguments) + " --log-level 5");
+        EXPECT_EQ(text.status, 1) << arguments;
+        EXPECT_EQ(text.output, "") << arguments;
+        EXPECT_NE(text.error.find("refused: code " + number + ": " + message + '\n'),
+                  std::string::npos)
+            << arguments << '\n'
+            << text.error;
+        const Result json = query(std::string(arguments) + " --json");
+        EXPECT_EQ(json.status, 1) << arguments;
+        EXPECT_EQ(json.output,
+                  R"({"ok":false,"code":)" + number + R"(,"message":")" + message + "\"}\n")
+            << arguments;
+    }
+    const Result limited = query(
+        "greeting 'name=top secret' --phrase-file phrases.txt "
+        "--phrase-limit 1");
+    EXPECT_EQ(limited.status, 0) << limited.error;
+}
+
+TEST_F(CliTest, RefusedLoginShowsNoSecretEvenIfTheGatewaySendsItBack) {
+    startGateway();
+    gateway::Answer echo;
+    echo.body = std::string(R"({"errorCode":"1","message":")") + kSecretInJson + "\"}";
+    gateway_->setAnswer(std::string(gateway::kTokenPath), echo);
+    const Result result = query("greeting --json --log-level 2");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output,
+              "{\"ok\":false,\"code\":0,"
+              "\"message\":\"the login was refused: no key pair gave a token\"}\n");
+    EXPECT_NE(result.error.find("***"), std::string::npos) << result.error;
+}
+
+TEST_F(CliTest, TakesCredentialsFromTheEnvironmentAndWarnsOfAnOpenFile) {
+    startGateway();
+    const std::string arguments = "query greeting --domain " + gateway_->baseUrl();
+    const Result environment = run(
+        arguments, std::string("VELTRA_APP_KEY=") + kApp + " VELTRA_SECRET_KEY='" + kSecret + "'");
+    EXPECT_EQ(environment.status, 0) << environment.error;
+
+    ASSERT_EQ(chmod(keys_.c_str(), 0644), 0);
+    const Result open = query("greeting");
+    EXPECT_EQ(open.status, 0);
+    EXPECT_NE(open.error.find("other users may read keys.json"), std::string::npos) << open.error;
+}
+
+TEST_F(CliTest, ProbesAGateway) {
+    startGateway(true);
+    write("ca.pem", gateway_->caPem());
+    const std::string url = gateway_->baseUrl();
+    const Result good = run("probe " + url + "/ --ca-file ca.pem --json");
+    EXPECT_EQ(good.status, 0) << good.error;
+    EXPECT_EQ(good.output, R"({"ok":true,"domain":")" + url + "\"}\n");
+
+    const Result untrusted = run("probe " + url);
+    EXPECT_EQ(untrusted.status, 1);
+    EXPECT_EQ(untrusted.output, "");
+    EXPECT_NE(untrusted.error.find("failed: " + url), std::string::npos) << untrusted.error;
+}
+
+TEST_F(CliTest, SubmitsAndWithdrawsFeedback) {
+    startGateway();
+    const std::string one = std::string("\xFF\xD8\xFF\0one\r\n", 9);
+    std::string two = "\xFF\xD8\xFF";
+    for (int i = 0; i < 100000; ++i)
+        two += static_cast<char>(i * 7 % 251);
+    write("one.jpg", one);
+    write("two.jpg", two);
+
+    const Result submitted =
+        atGateway("feedback submit",
+                  "--trace-id t-1 --satisfaction -2 --type 7 --comment 'says \"no\"' "
+                  "--country FR --picture one.jpg two.jpg --json");
+    ASSERT_EQ(submitted.status, 0) << submitted.error;
+    ASSERT_EQ(gateway_->feedback().size(), 1U);
+    const gateway::Feedback feedback = gateway_->feedback().front();
+    EXPECT_EQ(submitted.output, R"({"ok":true,"feedbackId":")" + feedback.id + "\"}\n");
+    // The library's lines, which it writes to standard output.
+    EXPECT_NE(submitted.error.find(R"({"traceId":"t-1","satisfactionType":-2)"), std::string::npos)
+        << submitted.error;
+    EXPECT_EQ(feedback.traceId, "t-1");
+    EXPECT_EQ(feedback.satisfactionType, -2);
+    EXPECT_EQ(feedback.feedbackType, 7);
+    EXPECT_EQ(feedback.description, R"(says "no")");
+    EXPECT_EQ(feedback.country, "FR");
+    std::multiset<std::string> kept;
+    for (const auto& key : feedback.imageKeys)
+        kept.insert(gateway_->picture(key).value_or("absent"));
+    EXPECT_TRUE(kept == std::multiset<std::string>({one, two}));
+
+    const Result cancelled = atGateway("feedback cancel", feedback.id);
+    EXPECT_EQ(cancelled.status, 0) << cancelled.error;
+    EXPECT_EQ(cancelled.output, feedback.id + '\n');
+    const Result again = atGateway("feedback cancel", feedback.id + " --json");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.output.rfind(R"({"ok":false,"code":0,"message":")", 0), 0U) << again.output;
+}
+
+TEST_F(CliTest, PicturesThatCannotBeSentAreWrongUsage) {
+    write("empty", "");
+    std::filesystem::resize_file(write("huge", ""), (std::uintmax_t{32} << 20) + 1);
+    for (const char* name : {"1", "2", "3", "4", "5"})
+        write(name, name);
+    const struct {
+        const char* pictures;
+        const char* reason;
+    } cases[] = {
+        {"absent", "does not exist"},     {".", "is actually a directory"},
+        {"empty", "an empty picture"},    {"huge", "32 MiB at most"},
+        {"1 1", "a picture given twice"}, {"1 2 3 --picture 4 5", "4 pictures at most"},
+    };
+    for (const auto& [pictures, reason] : cases) {
+        const Result result =
+            run(std::string("feedback submit --trace-id t --credentials keys.json --picture ") +
+                pictures);
+        EXPECT_EQ(result.status, 2) << pictures << '\n' << result.error;
+        EXPECT_EQ(result.output, "") << pictures;
+        EXPECT_NE(result.error.find(reason), std::string::npos) << pictures << '\n' << result.error;
+    }
+}
+
+TEST_F(CliTest, FeedbackThatFailsPrintsNoId) {
+    startGateway();
+    const Result plain = atGateway("feedback submit", "--trace-id t-2");
+    EXPECT_EQ(plain.status, 0) << plain.error;
+    ASSERT_EQ(gateway_->feedback().size(), 1U);
+    EXPECT_EQ(plain.output, gateway_->feedback().front().id + '\n');
+    EXPECT_EQ(gateway_->feedback().front().country, "unKnown");
+
+    gateway::Fault fault;
+    fault.path = gateway::kStoragePrefix;
+    gateway_->addFault(fault);
+    write("one.png", "not a JPEG file");
+    const Result failed = atGateway("feedback submit", "--trace-id t-3 --picture one.png");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.output, "");
+    EXPECT_NE(failed.error.find("warning: one.png is not a JPEG file"), std::string::npos);
+    EXPECT_NE(failed.error.find("Upload pic to S3 failed!"), std::string::npos) << failed.error;
+    EXPECT_EQ(gateway_->feedback().size(), 1U);
+}
+
+TEST_F(CliTest, LostOutputIsAFailureAndReachesNoSocket) {
+    startGateway();
+    for (const char* where : {">&-", ">/dev/full", "<&- >&- 2>&-"}) {
+        gateway_->recordWire(true);
+        const Result result = query(std::string("greeting name=lost ") + where);
+        EXPECT_EQ(result.status, 1) << where;
+        EXPECT_EQ(gateway_->wireBytes().find("Hello lost"), std::string::npos) << where;
+        gateway_->recordWire(false);
+    }
+}
+
+TEST_F(CliTest, DemonstrationPassesAndNoticesADeviation) {
+    startGateway(true);
+    write("ca.pem", gateway_->caPem());
+    const std::string arguments =
+        "demo --credentials keys.json --ca-file ca.pem --gateway " + gateway_->baseUrl();
+    const Result good = run(arguments);
+    EXPECT_EQ(good.status, 0) << good.output << good.error;
+    EXPECT_EQ(good.error, "");
+    EXPECT_EQ(good.output.find('{'), std::string::npos) << "the library's lines: " << good.output;
+    ASSERT_EQ(gateway_->feedback().size(), 1U);
+    EXPECT_NE(good.output.find("feedback id " + gateway_->feedback().front().id), std::string::npos)
+        << good.output;
+
+    gateway::Fault fault;
+    fault.path = gateway::kQueryPath;
+    fault.kind = gateway::FaultKind::RefuseCode;
+    fault.code = "7";
+    gateway_->addFault(fault);
+    const Result deviating = run(arguments);
+    EXPECT_EQ(deviating.status, 1) << deviating.output;
+    EXPECT_NE(deviating.error.find("deviation in step 5"), std::string::npos) << deviating.error;
+}
+
+}  // namespace

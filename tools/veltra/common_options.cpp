@@ -1,0 +1,94 @@
+#include "common_options.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kConnection = "Connection";
+
+bool hasHost(const std::string& url, const std::string& scheme) {
+    return url.size() > scheme.size() && url.compare(0, scheme.size(), scheme) == 0 &&
+           url[scheme.size()] != '/';
+}
+
+void setTimeLimit(Oak::Net::HttpClientOptions& http, std::uint32_t milliseconds) {
+    http.totalTimeoutMs = milliseconds;
+    http.connectTimeoutMs = std::min(http.connectTimeoutMs, milliseconds);
+}
+
+}  // namespace
+
+CLI::Validator gatewayUrl() {
+    return CLI::Validator(
+        [](std::string& url) -> std::string {
+            url.erase(url.find_last_not_of('/') + 1);
+            if (hasHost(url, "https://") || hasHost(url, "http://")) return {};
+            return "needs a URL such as https://gateway.example";
+        },
+        "URL");
+}
+
+void addDomain(CLI::App& command, CommonOptions& options) {
+    command
+        .add_option("--domain", options.domain,
+                    "Gateway to log in at, such as https://gateway.example (default: the built-in "
+                    "endpoints)")
+        ->group(kConnection)
+        ->option_text("URL")
+        ->transform(gatewayUrl());
+}
+
+void addConnection(CLI::App& command, CommonOptions& options) {
+    auto& http = options.http;
+    command
+        .add_option("--ca-file", http.caFile,
+                    "Trusted certificates in PEM form, in place of the system's")
+        ->group(kConnection)
+        ->option_text("FILE")
+        ->check(CLI::ExistingFile);
+    command
+        .add_option("--proxy", http.proxy,
+                    "Proxy URL, or \"direct\" for none (default: the environment's)")
+        ->group(kConnection)
+        ->option_text("URL");
+    command
+        .add_option_function<std::uint32_t>(
+            "--timeout-ms", [&http](std::uint32_t limit) { setTimeLimit(http, limit); },
+            "Longest time of one exchange in milliseconds (default: 120000)")
+        ->group(kConnection)
+        ->option_text("N")
+        ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
+    command
+        .add_flag("--allow-plain-http", http.allowPlainHttp,
+                  "Allow http to hosts other than this one; everyone on the road can read along")
+        ->group(kConnection);
+}
+
+void addCredentials(CLI::App& command, CommonOptions& options) {
+    command
+        .add_option("--credentials", options.credentialsFile,
+                    "JSON file with the key pairs (default: the variables VELTRA_APP_KEY and "
+                    "VELTRA_SECRET_KEY)")
+        ->option_text("FILE")
+        ->check(CLI::ExistingFile);
+}
+
+CLI::Option* addLogLevel(CLI::App& command, CommonOptions& options) {
+    return command
+        .add_option(
+            "--log-level", options.logLevel,
+            "Lowest level of the library's records on standard error: 2 detail, 3 progress, "
+            "4 warnings, 5 failures alone (default: 4). Levels 2 and 3 show query texts")
+        ->option_text("N")
+        ->check(CLI::Range(2, 5));
+}
+
+void addJson(CLI::App& command, CommonOptions& options) {
+    command.add_flag("--json", options.json, "Result as one line of JSON on standard output");
+}
+
+}  // namespace tool

@@ -1,0 +1,190 @@
+#include "commands.h"
+#include "common_options.h"
+#include "credentials.h"
+#include "login.h"
+#include "output.h"
+#include "pictures.h"
+#include "process_posix.h"
+#include "records.h"
+#include "submit_feedback.h"
+
+#include <Veltra/Veltra.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kEnd =
+    "\"veltra feedback submit --help\" and \"veltra feedback cancel --help\" say more.";
+
+constexpr const char* kSubmitEnd =
+    "The feedback id goes to standard output, the library's records to standard error, as do the\n"
+    "requests' bodies unless that is a terminal. Texts are UTF-8; quotes, backslashes and control\n"
+    "characters in them are escaped as JSON needs it before the library, which sends texts as "
+    "they\n"
+    "are, gets them.\n"
+    "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out, "
+    "and\n"
+    "a record on standard error tells of it; when none can, the feedback fails.\n"
+    "Examples:\n"
+    "  veltra feedback submit --trace-id 4f1c --comment \"Not what I asked\" --satisfaction 2 \\\n"
+    "      --type 1 --credentials keys.json\n"
+    "  veltra feedback submit --trace-id 4f1c --country FR --picture before.jpg after.jpg --json\n"
+    "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"};\n"
+    "  the id is empty when the gateway gave none.\n"
+    "Exit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
+
+constexpr const char* kCancelEnd =
+    "Example:\n"
+    "  veltra feedback cancel 1f0a --credentials keys.json\n"
+    "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "Exit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
+
+struct SubmitOptions {
+    CommonOptions common;
+    std::string traceId;
+    std::int32_t satisfaction = 0;
+    std::int32_t type = 0;
+    std::string comment;
+    std::optional<std::string> country;
+    std::vector<std::string> pictures;
+};
+
+struct CancelOptions {
+    CommonOptions common;
+    std::string feedbackId;
+};
+
+std::shared_ptr<Veltra::LLMComment> makeComment(const SubmitOptions& options) {
+    auto comment =
+        std::make_shared<Veltra::LLMComment>(jsonEscaped(options.traceId, "the trace id"));
+    comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(options.satisfaction));
+    comment->SetLLMErrType(static_cast<Veltra::LLMErrType>(options.type));
+    comment->SetComments(jsonEscaped(options.comment, "the comment"));
+    if (options.country) comment->SetCountry(jsonEscaped(*options.country, "the country"));
+    comment->SetPictures(loadPictures(options.pictures));
+    return comment;
+}
+
+/// Bodies hold image keys just as the gateway gave them: a terminal might obey what is in them.
+OutputElsewhere::Target targetOfBodies() {
+    return errorGoesToTerminal() ? OutputElsewhere::Target::Nowhere
+                                 : OutputElsewhere::Target::StandardError;
+}
+
+std::string logInAndSubmit(const SubmitOptions& options) {
+    // Whatever is wrong with the arguments comes to light before the first exchange.
+    const auto credentials = loadCredentials(options.common.credentialsFile);
+    const auto comment = makeComment(options);
+    Oak::Net::SetHttpClientOptions(options.common.http);
+    const Records records(options.common.logLevel, credentials);
+    const Login login(options.common.domain, credentials);
+    if (const auto id = submitFeedback(comment, targetOfBodies())) return *id;
+    throw Failure("the feedback was not taken; a record on standard error says why");
+}
+
+std::string logInAndCancel(const CancelOptions& options) {
+    const auto credentials = loadCredentials(options.common.credentialsFile);
+    const std::string id = jsonEscaped(options.feedbackId, "the feedback id");
+    Oak::Net::SetHttpClientOptions(options.common.http);
+    const Records records(options.common.logLevel, credentials);
+    const Login login(options.common.domain, credentials);
+    // The library says nothing of a refusal, so that this message has to do without its reason.
+    if (!Veltra::Veltra_CancleComments(id))
+        throw Failure(
+            "not withdrawn: the gateway was not reached, or it refused, as it does with ids that "
+            "are "
+            "unknown or withdrawn already");
+    return options.feedbackId;
+}
+
+/// Runs what gives a feedback id and prints that.
+int report(const CommonOptions& options, const std::function<std::string()>& act) {
+    try {
+        const std::string id = act();
+        if (options.json)
+            printJson(true, [&](JsonWriter& writer) { writer.member("feedbackId", id); });
+        else
+            printAnswer(id);
+        return kSuccess;
+    } catch (const Failure& failure) {
+        reportFailure(options.json, failure);
+        return kFailure;
+    }
+}
+
+void addCommon(CLI::App& command, CommonOptions& options) {
+    addDomain(command, options);
+    addConnection(command, options);
+    addCredentials(command, options);
+    addLogLevel(command, options);
+    addJson(command, options);
+}
+
+void declareSubmit(CLI::App& command, SubmitOptions& options) {
+    command.footer(kSubmitEnd);
+    command
+        .add_option("--trace-id", options.traceId,
+                    "The query whose answer is judged, as \"veltra query\" tells it (required)")
+        ->option_text("ID")
+        ->required();
+    command
+        .add_option("--satisfaction", options.satisfaction,
+                    "How content the user is, as the gateway's operators number it (default: 0)")
+        ->option_text("N");
+    command
+        .add_option("--type", options.type,
+                    "What is wrong, as the gateway's operators number it (default: 0)")
+        ->option_text("N");
+    command.add_option("--comment", options.comment, "The user's words")->option_text("TEXT");
+    command.add_option("--country", options.country, "The user's country (default: unKnown)")
+        ->option_text("CC");
+    command
+        .add_option("--picture", options.pictures, "JPEG files that show what is meant; repeatable")
+        ->option_text("FILE...")
+        ->check(CLI::ExistingFile);
+    addCommon(command, options.common);
+}
+
+void declareCancel(CLI::App& command, CancelOptions& options) {
+    command.footer(kCancelEnd);
+    command.add_option("ID", options.feedbackId, "The feedback, as its submission printed it")
+        ->required();
+    addCommon(command, options.common);
+}
+
+}  // namespace
+
+void addFeedback(CLI::App& app, Command& chosen) {
+    auto* feedback =
+        app.add_subcommand("feedback", "Submit a user's feedback on an answer, or withdraw it");
+    feedback->footer(kEnd);
+    feedback->require_subcommand(1);
+
+    const auto submission = std::make_shared<SubmitOptions>();
+    auto* submit = feedback->add_subcommand("submit", "Log in, submit feedback, print its id");
+    declareSubmit(*submit, *submission);
+    submit->callback([submission, &chosen] {
+        chosen = [submission] {
+            return report(submission->common, [&] { return logInAndSubmit(*submission); });
+        };
+    });
+
+    const auto withdrawal = std::make_shared<CancelOptions>();
+    auto* cancel = feedback->add_subcommand("cancel", "Log in, withdraw a feedback, print its id");
+    declareCancel(*cancel, *withdrawal);
+    cancel->callback([withdrawal, &chosen] {
+        chosen = [withdrawal] {
+            return report(withdrawal->common, [&] { return logInAndCancel(*withdrawal); });
+        };
+    });
+}
+
+}  // namespace tool

@@ -1,0 +1,54 @@
+#include "commands.h"
+#include "common_options.h"
+#include "output.h"
+#include "records.h"
+
+#include <Veltra/Veltra.h>
+
+#include <memory>
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kEnd =
+    "The reason of a failure is in the records on standard error.\n"
+    "Example:\n"
+    "  veltra probe https://gateway.example\n"
+    "JSON: {\"ok\":true,\"domain\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "Exit status: 0 the gateway answers, 1 it doesn't, 2 wrong usage.";
+
+int probe(const CommonOptions& options) {
+    const std::string& domain = options.domain;
+    jsonEscaped(domain, "the URL");
+    Oak::Net::SetHttpClientOptions(options.http);
+    const Records records(options.logLevel, {});
+    const bool answers = Veltra::Veltra_Enable() && Veltra::Veltra_IsDomainValid(domain);
+    Veltra::Veltra_Disable();
+    if (!answers) {
+        reportFailure(options.json, Failure(domain + " does not answer as a gateway does"));
+        return kFailure;
+    }
+    if (options.json)
+        printJson(true, [&](JsonWriter& writer) { writer.member("domain", domain); });
+    else
+        printLine(domain + " answers");
+    return kSuccess;
+}
+
+}  // namespace
+
+void addProbe(CLI::App& app, Command& chosen) {
+    auto* command = app.add_subcommand("probe", "Tell whether a gateway answers");
+    const auto options = std::make_shared<CommonOptions>();
+    command->footer(kEnd);
+    command->add_option("URL", options->domain, "The gateway: scheme and host")
+        ->required()
+        ->transform(gatewayUrl());
+    addConnection(*command, *options);
+    addLogLevel(*command, *options);
+    addJson(*command, *options);
+    command->callback([options, &chosen] { chosen = [options] { return probe(*options); }; });
+}
+
+}  // namespace tool

@@ -1,0 +1,163 @@
+#include "commands.h"
+#include "common_options.h"
+#include "credentials.h"
+#include "login.h"
+#include "output.h"
+#include "phrases.h"
+#include "records.h"
+#include "run_query.h"
+#include "trace_id.h"
+
+#include <Veltra/Veltra.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+namespace {
+
+constexpr const char* kEnd =
+    "The answer goes to standard output. Prompt key, names, values and the other texts are UTF-8;\n"
+    "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
+    "library, which sends texts as they are, gets them. \"--\" ends the options.\n"
+    "Credentials file:\n"
+    "  {\"keys\":[{\"appKey\":\"..\",\"secretKey\":\"..\"}],\"productVersion\":\"..\"}\n"
+    "The pairs are tried in this order; productVersion may be absent.\n"
+    "Examples:\n"
+    "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
+    "  veltra query summary sentences=2 \"text=$(cat report.txt)\" --filter 3 \\\n"
+    "      --domain https://gateway.example --phrase-file phrases.txt --json\n"
+    "JSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\"}, or\n"
+    "  {\"ok\":false,\"code\":N,\"message\":\"..\"}; N is the query's code: 1 no valid token,\n"
+    "  2 gateway not reached, 3 service not usable, 4 sensitive words, 6 refused by the gateway;\n"
+    "  0 when domain or login failed before the query.\n"
+    "Exit status: 0 answered, 1 refused or failed, 2 wrong usage.";
+
+struct QueryOptions {
+    CommonOptions common;
+    std::string promptKey;
+    std::vector<std::string> assignments;
+    int filter = static_cast<int>(Veltra::FilterType::None);
+    std::vector<std::string> sensitive;
+    std::string traceId;
+    std::string phraseFile;
+    std::optional<std::uint32_t> phraseLimit;
+};
+
+std::map<std::string, std::string> readElements(const std::vector<std::string>& assignments) {
+    std::map<std::string, std::string> elements;
+    for (const auto& assignment : assignments) {
+        const auto equals = assignment.find('=');
+        if (equals == 0 || equals == assignment.npos)
+            throw UsageError("expected NAME=VALUE: " + assignment);
+        const std::string name = jsonEscaped(assignment.substr(0, equals), "a name");
+        const std::string value =
+            jsonEscaped(assignment.substr(equals + 1), "the value of " + name);
+        if (!elements.emplace(name, value).second) throw UsageError("given twice: " + name);
+    }
+    return elements;
+}
+
+std::shared_ptr<Veltra::CHumanMessage> makeMessage(const QueryOptions& options) {
+    std::vector<std::string> sensitive;
+    for (const auto& text : options.sensitive)
+        sensitive.push_back(jsonEscaped(text, "a text for --sensitive"));
+    auto message = std::make_shared<Veltra::CHumanMessage>();
+    message->SetElements(jsonEscaped(options.promptKey, "the prompt key"),
+                         readElements(options.assignments));
+    message->SetFilterType(static_cast<Veltra::FilterType>(options.filter));
+    message->SetSensitiveContent(sensitive);
+    message->SetSessionID(jsonEscaped(options.traceId, "the trace id"));
+    return message;
+}
+
+void setPhrases(const QueryOptions& options) {
+    if (options.phraseFile.empty()) return;
+    const auto list = loadPhraseFile(options.phraseFile);
+    Veltra::Veltra_SetsitiveWords(list.keys, options.phraseLimit.value_or(list.mostWords));
+}
+
+std::string logInAndRun(const QueryOptions& options) {
+    // Whatever is wrong with the arguments comes to light before the first exchange.
+    const auto credentials = loadCredentials(options.common.credentialsFile);
+    const auto message = makeMessage(options);
+    Oak::Net::SetHttpClientOptions(options.common.http);
+    const Records records(options.common.logLevel, credentials);
+    setPhrases(options);
+    const Login login(options.common.domain, credentials);
+    return runQuery(message);
+}
+
+int query(QueryOptions& options) {
+    if (options.traceId.empty()) options.traceId = newTraceId();
+    try {
+        const std::string answer = logInAndRun(options);
+        if (!options.common.json) {
+            note("trace id: " + options.traceId);
+            printAnswer(answer);
+            return kSuccess;
+        }
+        printJson(true, [&](JsonWriter& writer) {
+            writer.member("traceId", options.traceId);
+            writer.member("answer", answer);
+        });
+        return kSuccess;
+    } catch (const Failure& failure) {
+        reportFailure(options.common.json, failure);
+        return kFailure;
+    }
+}
+
+void declare(CLI::App& command, QueryOptions& options) {
+    command.footer(kEnd);
+    command.add_option("PROMPT_KEY", options.promptKey, "Key of the gateway's prompt template")
+        ->required();
+    command.add_option("NAME=VALUE", options.assignments, "Values for the template's placeholders");
+    command
+        .add_option("--filter", options.filter,
+                    "What the gateway checks for forbidden words: 1 nothing, 2 the input, 3 or 4 "
+                    "input and output (default: 1)")
+        ->option_text("N")
+        ->check(CLI::Range(1, 4));
+    command
+        .add_option("--sensitive", options.sensitive,
+                    "Text for the gateway to check in place of the values; repeatable")
+        ->option_text("TEXT")
+        ->allow_extra_args(false);
+    command
+        .add_option("--trace-id", options.traceId,
+                    "Identifier of the query at the gateway (default: a new one)")
+        ->option_text("ID");
+    auto* phraseFile = command
+                           .add_option("--phrase-file", options.phraseFile,
+                                       "Sensitive phrases, one a line: a value that holds one is "
+                                       "refused before the query is sent")
+                           ->option_text("FILE")
+                           ->check(CLI::ExistingFile);
+    command
+        .add_option("--phrase-limit", options.phraseLimit,
+                    "Most words of a phrase that is looked up (default: the longest phrase's)")
+        ->option_text("N")
+        ->needs(phraseFile);
+    addDomain(command, options.common);
+    addConnection(command, options.common);
+    addCredentials(command, options.common);
+    addLogLevel(command, options.common);
+    addJson(command, options.common);
+}
+
+}  // namespace
+
+void addQuery(CLI::App& app, Command& chosen) {
+    auto* command = app.add_subcommand("query", "Log in, run a template query, print the answer");
+    const auto options = std::make_shared<QueryOptions>();
+    declare(*command, *options);
+    command->callback([options, &chosen] { chosen = [options] { return query(*options); }; });
+}
+
+}  // namespace tool

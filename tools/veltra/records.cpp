@@ -1,0 +1,75 @@
+#include "records.h"
+
+#include "output.h"
+
+#include <qlog/qlog.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+namespace tool {
+
+namespace {
+
+constexpr std::string_view kBlot = "***";
+
+std::string_view levelName(int level) {
+    constexpr std::array<std::string_view, 4> kNames = {"detail", "progress", "warning", "error"};
+    return kNames[static_cast<std::size_t>(std::clamp(level, 2, 5) - 2)];
+}
+
+void blotOut(std::string& text, const std::string& secret) {
+    for (auto at = text.find(secret); at != text.npos; at = text.find(secret, at + kBlot.size()))
+        text.replace(at, secret.size(), kBlot);
+}
+
+}  // namespace
+
+Records::Records(int minLevel, const Credentials& credentials, Mode mode)
+    : minLevel_(minLevel), mode_(mode) {
+    for (const auto& key : credentials.keys) {
+        addSecret(key.secretKey);
+        addSecret(jsonEscaped(key.secretKey, "a secret key"));
+    }
+    qlog_set_handler(&Records::handle, this, minLevel);
+}
+
+Records::~Records() {
+    qlog_set_handler(nullptr, nullptr, minLevel_);
+}
+
+void Records::printHeld() {
+    const std::scoped_lock lock(mutex_);
+    for (const auto& line : held_)
+        complain(line);
+    held_.clear();
+}
+
+// A record that memory doesn't suffice for is lost; nothing may be thrown into the library.
+void Records::handle(int level, const char* tag, const char* message, void* context) noexcept {
+    try {
+        static_cast<Records*>(context)->take(level, tag, message);
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+void Records::take(int level, std::string_view tag, std::string message) {
+    for (const auto& secret : secrets_)
+        blotOut(message, secret);
+    std::string line(levelName(level));
+    line.append(": ").append(tag).append(": ").append(message);
+    if (mode_ == Mode::Print) {
+        complain(line);
+        return;
+    }
+    const std::scoped_lock lock(mutex_);
+    held_.push_back(std::move(line));
+}
+
+void Records::addSecret(const std::string& secret) {
+    if (!secret.empty()) secrets_.push_back(secret);
+}
+
+}  // namespace tool
