@@ -304,6 +304,46 @@ TEST_F(GatewayTest, PlainHttpStaysOnThisMachine) {
     EXPECT_NE(log.find("192.0.2.1"), std::string::npos) << log;
 }
 
+TEST_P(GatewayTest, PicturesReachTheStorageAlone) {
+    StartLoggedIn(GetParam());
+    const std::string big(10U << 20U, 'A');  // base64 of zero bytes
+    const auto submit = [&] {
+        auto comment = std::make_shared<Veltra::LLMComment>("t-1");
+        comment->SetPictures({big, "AQID", "BAUG", "BwgJ"});
+        std::string id;
+        return Veltra::Veltra_SubmitComments(comment, id) ? id : "failed";
+    };
+    const std::string id = submit();
+    ASSERT_NE(id, "failed") << Records();
+    std::size_t puts = 0;
+    for (const auto& request : server->requests()) {
+        if (request.method != "PUT") continue;
+        ++puts;
+        for (const char* name : {"Authorization", "Content-Type", "Expect"}) {
+            EXPECT_EQ(request.header(name), "") << name;
+        }
+    }
+    EXPECT_EQ(puts, 4U);
+    EXPECT_EQ(server->pictures().size(), 4U);
+    EXPECT_TRUE(Veltra::Veltra_CancleComments(id));
+    EXPECT_FALSE(Veltra::Veltra_CancleComments(id));
+
+    // What the gateway hands out is refused like any failed push: late, forged, or not for us.
+    const auto good = server->makeUploadSlot();
+    const auto late = server->makeUploadSlot(std::chrono::seconds(-1));
+    server->setAnswer(std::string(gateway::kUploadPath),
+                      gateway::uploadAnswer({late,
+                                             {good.imageKey, good.url + "0"},
+                                             {"k", "http://192.0.2.1/storage/k"},
+                                             {"k", "file:///etc/hostname"}}));
+    Records();
+    EXPECT_EQ(submit(), "failed");
+    const std::string log = Records();
+    EXPECT_NE(log.find("plain http"), std::string::npos) << log;
+    EXPECT_NE(log.find("Upload pic to S3 failed!"), std::string::npos) << log;
+    EXPECT_EQ(server->pictures().size(), 4U);
+}
+
 TEST_P(GatewayTest, NothingOnStandardOutput) {
     const e2e::TemporaryFile captured("");
     fflush(stdout);
