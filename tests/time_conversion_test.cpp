@@ -305,5 +305,39 @@ TEST(Calendar, EveryDayOfFourCenturies) {
     }
 }
 
+/// A month term by the rule alone: a day that the new month lacks folds over when the month's index
+/// is outside 1 to 10, and stays astray within.
+std::string ExpectedAfterMonths(std::chrono::year_month_day date, int index) {
+    const auto month = date.year() / std::chrono::January + std::chrono::months(index);
+    const bool strays = index >= 1 && index <= 10 && !(month / date.day()).ok();
+    if (strays) return "";
+    return TimeConvertr::format_time(
+        TimeOn(std::chrono::sys_days(month / 1) + (date.day() - std::chrono::day(1))));
+}
+
+TEST(Calendar, MonthTermsOnEveryDayOfEveryKindOfYear) {
+    qlog_set_handler(nullptr, nullptr, 6);
+    const TimeConvertr converter;
+    for (const auto year : {1900y, 2000y, 2023y, 2024y}) {
+        for (std::chrono::sys_days day = year / 1 / 1; day <= year / 12 / 31;
+             day += std::chrono::days(1)) {
+            const std::chrono::year_month_day date(day);
+            const int index = static_cast<int>(unsigned(date.month())) - 1;
+            for (int months = 0; months <= 25; ++months) {
+                const auto expect = [&](const TimeTerm& term, int target) {
+                    const std::tm time = converter.apply_terms(TimeOn(day), {term});
+                    EXPECT_EQ(TimeConvertr::format_time(time), ExpectedAfterMonths(date, target))
+                        << TimeConvertr::format_time(TimeOn(day)) << ' ' << months << ' '
+                        << int{term.sign};
+                };
+                expect({false, '+', months, 'm'}, index + months);
+                expect({false, '-', months, 'm'}, index - months);
+                expect({false, 0, months, 'm'}, months - 1);
+            }
+        }
+    }
+    qlog_set_handler(nullptr, nullptr, 4);
+}
+
 }  // namespace
 }  // namespace Veltra
