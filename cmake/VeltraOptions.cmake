@@ -38,12 +38,25 @@ if(VELTRA_SANITIZE)
   target_link_options(veltra_options INTERFACE -fsanitize=${VELTRA_SANITIZE})
 endif()
 
+# The fuzzers link the same objects as everything else: libFuzzer's instrumentation goes in, its main
+# function stays out. The linker's option brings what the instrumentation calls in other programs.
+if(VELTRA_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "VELTRA_BUILD_FUZZ needs clang++, which brings libFuzzer; the compiler is "
+                        "${CMAKE_CXX_COMPILER_ID}. Use the preset asan.")
+  endif()
+  target_link_options(veltra_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # The parts of the library: position-independent, hidden by default. VELTRA_BUILDING_LIBRARY turns
 # the export macros into definitions.
 function(veltra_add_objects name)
   add_library(${name} OBJECT ${ARGN})
   target_link_libraries(${name} PUBLIC veltra_options)
   target_compile_definitions(${name} PRIVATE VELTRA_BUILDING_LIBRARY)
+  if(VELTRA_BUILD_FUZZ)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
   set_target_properties(${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden
