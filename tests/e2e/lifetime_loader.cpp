@@ -1,9 +1,10 @@
-// A host process that doesn't link the library: it loads a plugin that does, lets it log in,
-// unloads it again and sees that nothing stays mapped:
+// A host process that doesn't link the library: it loads a plugin that does, lets it bring the
+// library into a state, unloads it again and sees that nothing stays mapped:
 //
-//     lifetime_loader ROUNDS URL CA-FILE PLUGIN
+//     lifetime_loader STATE URL CA-FILE ROUNDS PLUGIN
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -27,13 +28,14 @@ void Meet(const char* where) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 5) return 97;
-    for (long round = std::strtol(argv[1], nullptr, 10); round > 0; --round) {
-        void* const module = dlopen(argv[4], RTLD_NOW | RTLD_LOCAL);
+    if (argc < 6) return 97;
+    for (long round = std::strtol(argv[4], nullptr, 10); round > 0; --round) {
+        void* const module = dlopen(argv[5], RTLD_NOW | RTLD_LOCAL);
         if (module == nullptr) Fail(dlerror());
-        using Run = bool (*)(const char*, const char*, void (*)(const char*));
+        using Run = bool (*)(const char*, const char*, const char*, void (*)(const char*));
         const auto run = reinterpret_cast<Run>(dlsym(module, "lifetime_plugin_run"));
-        if (run == nullptr || !run(argv[2], argv[3], &Meet)) Fail("the plugin failed");
+        if (run == nullptr || !run(argv[1], argv[2], argv[3], &Meet)) Fail("the plugin failed");
+        alarm(10);  // an unload that hangs ends here
         dlclose(module);
         if (dlopen("libveltra.so.1", RTLD_NOW | RTLD_NOLOAD) != nullptr) Fail("still loaded");
     }

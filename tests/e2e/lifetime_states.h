@@ -1,0 +1,76 @@
+#ifndef VELTRA_TESTS_LIFETIME_STATES_H
+#define VELTRA_TESTS_LIFETIME_STATES_H
+
+#include "e2e/e2e_support.h"
+
+#include <cstdio>
+#include <latch>
+#include <string_view>
+#include <thread>
+
+/// The states in which a host of lifetime_test may end. Host and plugin share them.
+namespace lifetime {
+
+/// Says where the host is, and returns when the test lets it go on.
+using Meet = void (*)(const char* where);
+
+inline void SubmitFeedback() {
+    const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
+    comment->SetPictures({"AQID"});
+    std::string id;
+    Veltra::Veltra_SubmitComments(comment, id);
+}
+
+/// Starts threads that query and submit feedback until the process ends.
+inline void KeepBusy(std::latch& begun) {
+    for (const auto call : {+[] { e2e::Ask(); }, +[] { SubmitFeedback(); }}) {
+        for (int i = 0; i < 2; ++i) {
+            std::thread([call, &begun] {
+                call();
+                begun.count_down();
+                for (;;)
+                    call();
+            }).detach();
+        }
+    }
+}
+
+/// Brings library and host into the state, with the gateway's part being the test's. False when
+/// something failed on the way.
+inline bool Reach(std::string_view state, const char* url, const char* ca, Meet meet) {
+    Oak::Net::HttpClientOptions options;
+    options.caFile = ca;
+    options.totalTimeoutMs = 1000;
+    Oak::Net::SetHttpClientOptions(options);
+    Veltra::Veltra_Enable();
+    if (!Veltra::Veltra_SetDomain(url)) return false;
+    meet("domain");
+    if (!e2e::LogIn()) return false;
+    if (state == "started") return true;
+    meet("ready");
+
+    static std::latch begun(4);
+    if (state == "stopped") return Veltra::Veltra_Unit();
+    if (state == "disabled") return Veltra::Veltra_Disable();
+    if (state == "stopping") std::thread([] { Veltra::Veltra_Unit(); }).detach();
+    if (state == "jumping") {
+        if (e2e::Ask()[0] != 'H') return false;
+        meet("asked");
+        return e2e::Ask()[0] == 'H';
+    }
+    if (state == "asking") {
+        // Feedback is echoed there, and nobody reads any more.
+        if (std::freopen("/dev/null", "w", stdout) == nullptr) return false;
+        KeepBusy(begun);
+        begun.wait();
+    }
+    if (state == "asking_stalled") {
+        KeepBusy(begun);
+        meet("asking");
+    }
+    return true;
+}
+
+}  // namespace lifetime
+
+#endif
