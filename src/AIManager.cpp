@@ -27,7 +27,7 @@ namespace Veltra {
 namespace {
 
 constexpr const char* kTokenPath = "/api/tmqgw/v1/token/get";
-constexpr std::int64_t kTokenLifetimeMs = 12LL * 60 * 60 * 1000;
+constexpr std::uint64_t kTokenLifetimeMs = 12ULL * 60 * 60 * 1000;
 constexpr int kRenewalRetries = 3;
 constexpr std::chrono::minutes kRetryPause{1};
 
@@ -310,7 +310,10 @@ void CAIManager::RejectToken(std::uint64_t generation) {
 
 bool CAIManager::TokenIsFresh() const {
     const std::int64_t now = Oak::Base::Clock::SystemMilliseconds();
-    return tokenValid_ && tokenTime_ + kTokenLifetimeMs >= now;
+    const std::int64_t stamp = tokenTime_;
+    // Unsigned, the age of a token has room for whatever the clock showed then and shows now.
+    const auto age = static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(stamp);
+    return tokenValid_ && (now <= stamp || age <= kTokenLifetimeMs);
 }
 
 // --- renewal -------------------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <limits>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -146,6 +147,47 @@ TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
     AnswerTokens(true);
     scripted::ExpireWaits(kCheckInterval);
     EXPECT_TRUE(Eventually(&Veltra::Veltra_IsLLMServiceValid));
+}
+
+TEST_F(MonitorTest, SystemClockMayShowAnything) {
+    constexpr std::int64_t kLogin = 1'000'000'000'000;
+    constexpr std::int64_t kLifetime = 43'200'000;
+    constexpr auto kLowest = std::numeric_limits<std::int64_t>::min();
+    constexpr auto kHighest = std::numeric_limits<std::int64_t>::max();
+    const struct {
+        std::int64_t now;
+        std::size_t renewals;
+        bool rejected = false;
+    } steps[] = {{kLogin - kLifetime, 0},
+                 {0, 0},
+                 {-1, 0},
+                 {kLowest, 0},
+                 {kLogin + kLifetime, 0},
+                 {kLogin + kLifetime + 1, 1},
+                 {kLogin + kLifetime + 1, 0},
+                 {kLogin + 100 * 365 * 2 * kLifetime, 1},
+                 {kHighest, 1},
+                 {kHighest, 0},
+                 {kLogin, 0},        // looks younger than new
+                 {kLogin, 1, true},  // and is replaced when it is rejected all the same
+                 {kLowest, 1, true},
+                 {kLowest + kLifetime, 0},
+                 {kHighest, 1}};
+    scripted::SetNow(kLogin);
+    ASSERT_TRUE(LogIn());
+    ASSERT_TRUE(Eventually(MonitorWaits));
+    std::size_t waits = 1;
+    for (const auto& [now, renewals, rejected] : steps) {
+        SCOPED_TRACE(testing::Message() << "step " << waits << ", clock at " << now);
+        scripted::ForgetRequests();
+        scripted::SetNow(now);
+        if (rejected) Manager().SetTokenValid(false);
+        ASSERT_EQ(scripted::WaitsBegun(kCheckInterval), waits) << "no wait heeds the system clock";
+        scripted::ExpireWaits(kCheckInterval);
+        ++waits;
+        ASSERT_TRUE(Eventually([&] { return scripted::WaitsBegun(kCheckInterval) == waits; }));
+        EXPECT_EQ(scripted::TokenRequests(), renewals);
+    }
 }
 
 TEST_F(MonitorTest, StopCutsThePause) {
