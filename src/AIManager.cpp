@@ -76,6 +76,19 @@ std::optional<std::int64_t> LeadingNumber(std::string_view text) {
     return number;
 }
 
+/// Written in one piece of memory, which its request wipes.
+std::string TokenRequestBody(const std::string& appKey, const std::string& secretKey) {
+    constexpr std::string_view frame = R"({"appKey":"","secretKey":""})";
+    std::string body;
+    body.reserve(frame.size() + appKey.size() + secretKey.size());
+    body += '{';
+    AppendMember(body, "appKey", appKey);
+    body += ',';
+    AppendMember(body, "secretKey", secretKey);
+    body += '}';
+    return body;
+}
+
 }  // namespace
 
 // --- the token request ---------------------------------------------------------------------------
@@ -87,14 +100,9 @@ bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey
     const auto document = std::make_shared<proto::CRapidJsonProto>();
     VELTRA_LOG(operation, 3, "get token use domain :%s", domain.c_str());
 
-    std::string body = "{";
-    AppendMember(body, "appKey", appKey);
-    body += ',';
-    AppendMember(body, "secretKey", secretKey);
-    body += '}';
     Oak::Net::CHttpClientRequest request("POST", Oak::Net::URL(domain + kTokenPath));
     request.AddHeaderField("Content-Type", "application/json");
-    request.SetData(std::move(body));
+    request.SetSecretData(TokenRequestBody(appKey, secretKey));
 
     Oak::Net::CHttpClientResponse response;
     Oak::Net::HttpClient::Error error{};

@@ -1,5 +1,11 @@
 #include "curl_handle.h"
 
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
 #include <new>
 
 namespace Oak::Net {
@@ -24,7 +30,7 @@ void CurlShare::Unlock(CURL*, curl_lock_data kind, void* share) noexcept {
 
 CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()) {
     if (easy_ == nullptr) throw std::bad_alloc();
-    LeaveSignalsAlone();
+    SetLasting();
     // Outlasts every Reset. A handle that can't join keeps its own data.
     if (share != nullptr) curl_easy_setopt(easy_.get(), CURLOPT_SHARE, share);
 }
@@ -42,13 +48,53 @@ long CurlHandle::Status() const noexcept {
 void CurlHandle::Reset() noexcept {
     curl_easy_reset(easy_.get());
     setUp_ = CURLE_OK;
-    LeaveSignalsAlone();
+    SetLasting();
 }
 
-// Part of the handle, not of an exchange: without it even the closing of an idle handle sets the
-// process's SIGPIPE to "ignore" and back, while the host's threads run.
-void CurlHandle::LeaveSignalsAlone() noexcept {
+// Part of the handle, not of an exchange. Without the first even the closing of an idle handle sets
+// the process's SIGPIPE to "ignore" and back, while the host's threads run.
+void CurlHandle::SetLasting() noexcept {
     Set(CURLOPT_NOSIGNAL, 1L);
+    Set(CURLOPT_CLOSESOCKETFUNCTION, &CurlHandle::CloseSocket);
+    Set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+}
+
+// The library reads no more than the announced length, and what it has not read of a TLS record
+// shows on no socket.
+bool CurlHandle::TlsHoldsBytes() const noexcept {
+    curl_tlssessioninfo* session = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_TLS_SSL_PTR, &session);
+    return session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL &&
+           session->internals != nullptr &&
+           SSL_has_pending(static_cast<const SSL*>(session->internals)) == 1;
+}
+
+// Sockets of attempts to connect are not among them: the library closes these by itself.
+bool CurlHandle::NoteConnection() noexcept {
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &socket);
+    if (socket == CURL_SOCKET_BAD) return true;
+    if (std::find(connections_.begin(), connections_.end(), socket) != connections_.end())
+        return true;
+    try {
+        connections_.push_back(socket);
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
+}
+
+int CurlHandle::CloseSocket(void* handle, curl_socket_t socket) noexcept {
+    auto& open = static_cast<CurlHandle*>(handle)->connections_;
+    open.erase(std::remove(open.begin(), open.end(), socket), open.end());
+    return close(socket);
+}
+
+bool CurlHandle::HasStrayInput() const noexcept {
+    return std::any_of(connections_.begin(), connections_.end(), [](curl_socket_t socket) {
+        pollfd polled{socket, POLLIN, 0};
+        return poll(&polled, 1, 0) != 0;
+    });
 }
 
 }  // namespace Oak::Net

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace Oak::Net {
 
@@ -71,12 +72,27 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     /// The status of the answer; 0 without one.
     long Status() const noexcept;
 
+    /// Asked while an exchange ends, from within its progress callback: bytes beyond the answer lie
+    /// in the TLS library, where the next exchange would take them for its own answer.
+    bool TlsHoldsBytes() const noexcept;
+
+    /// Remembers the connection that an exchange has left open. False when it can't, for lack of
+    /// memory.
+    bool NoteConnection() noexcept;
+
+    /// Whether one of its connections has something to read while nothing is under way: its end, or
+    /// bytes that nobody asked for, which the library would take for the answer of the next
+    /// exchange.
+    bool HasStrayInput() const noexcept;
+
     /// Forgets all options, and with them every pointer into a request; keeps the connections.
     void Reset() noexcept;
 
  private:
-    void LeaveSignalsAlone() noexcept;
+    void SetLasting() noexcept;
+    static int CloseSocket(void* handle, curl_socket_t socket) noexcept;
 
+    std::vector<curl_socket_t> connections_;  // first: the end of the handle closes them
     CurlEasyPtr easy_;
     CURLcode setUp_ = CURLE_OK;
 };

@@ -153,11 +153,13 @@ std::optional<HeaderList> HeadersOf(const CHttpClientRequest& request) {
 /// What the callbacks of one exchange see. They run inside the library, which no exception may
 /// cross, and log nothing.
 struct Reception {
+    const CurlHandle* curl = nullptr;
     std::uint64_t bodyLimit = 0;
     bool loopbackOnly = false;
     std::string body;
     std::size_t headerBytes = 0;
     const Failure* failure = nullptr;  // why a callback ended the transfer
+    bool surplus = false;              // there was more than the answer
 };
 
 std::size_t Abort(Reception& reception, const Failure& failure) noexcept {
@@ -185,6 +187,35 @@ std::size_t TakeHeader(char*, std::size_t size, std::size_t count, void* context
     return bytes;
 }
 
+/// Hands a body that holds a secret to the library in small pieces. Each lies where the one before
+/// lay, at the start of the library's upload buffer, and the last is one byte in a piece that was
+/// cleared: the library, which wipes nothing, keeps and frees no more than a fragment of a body
+/// that failed, and nothing of one that was sent. (A body handed over whole is copied more than
+/// once.)
+struct SecretBody {
+    static constexpr std::size_t pieceSize = 16;
+
+    std::string_view body;
+    std::size_t given = 0;
+};
+
+std::size_t GivePiece(char* buffer, std::size_t size, std::size_t count, void* context) noexcept {
+    auto& secret = *static_cast<SecretBody*>(context);
+    const std::size_t room = std::min(size * count, SecretBody::pieceSize);
+    std::fill_n(buffer, room, '\0');
+    const std::size_t left = secret.body.size() - secret.given;
+    const std::size_t bytes = left > 1 ? std::min(left - 1, room) : left;
+    secret.body.copy(buffer, bytes, secret.given);
+    secret.given += bytes;
+    return bytes;
+}
+
+/// Called when the library repeats a request on a new connection.
+int StartAgain(void* context, curl_off_t offset, int /*origin*/) noexcept {
+    static_cast<SecretBody*>(context)->given = static_cast<std::size_t>(offset);
+    return CURL_SEEKFUNC_OK;
+}
+
 /// The sockets of an exchange: not inherited by programs that the host starts, and to loopback
 /// alone where the permission to go without TLS rests on that, whatever the name resolved to.
 curl_socket_t OpenSocket(void* context, curlsocktype, curl_sockaddr* address) noexcept {
@@ -193,8 +224,10 @@ curl_socket_t OpenSocket(void* context, curlsocktype, curl_sockaddr* address) no
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-/// Asked at least once a second.
-int MustGiveUp(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
+/// Called at least once a second, and as the exchange ends.
+int Progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
+    auto& reception = *static_cast<Reception*>(context);
+    reception.surplus = reception.curl->TlsHoldsBytes();
     return TransportVisit::Ending() ? 1 : 0;
 }
 
@@ -253,9 +286,9 @@ void SetLimits(CurlHandle& curl, const HttpClientOptions& options) {
         .Set(CURLOPT_MAXFILESIZE_LARGE, Bytes(options.maxResponseBytes));
 }
 
-/// Points into the request, whose bytes are not copied.
+/// Points into the request, whose bytes are not copied, and to `secret`.
 void SetRequest(CurlHandle& curl, const CHttpClientRequest& request, const HttpTarget& target,
-                const HeaderList& headers) {
+                const HeaderList& headers, SecretBody& secret) {
     curl.Set(CURLOPT_CURLU, target.url.get()).Set(CURLOPT_HTTPHEADER, headers.Get());
     if (request.Method() == "HEAD") {
         curl.Set(CURLOPT_NOBODY, 1L);  // else a body would be waited for
@@ -263,9 +296,18 @@ void SetRequest(CurlHandle& curl, const CHttpClientRequest& request, const HttpT
     }
     // POST with an empty body, too, sends Content-Length: 0; the verb alone is replaced.
     curl.Set(CURLOPT_POST, 1L)
-        .Set(CURLOPT_POSTFIELDS, request.Data().data())
         .Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.Data().size()))
         .Set(CURLOPT_CUSTOMREQUEST, request.Method().c_str());
+    if (!request.DataIsSecret()) {
+        curl.Set(CURLOPT_POSTFIELDS, request.Data().data());
+        return;
+    }
+    secret.body = request.Data();
+    void* const context = &secret;
+    curl.Set(CURLOPT_READFUNCTION, &GivePiece)
+        .Set(CURLOPT_READDATA, context)
+        .Set(CURLOPT_SEEKFUNCTION, &StartAgain)
+        .Set(CURLOPT_SEEKDATA, context);
 }
 
 void SetCallbacks(CurlHandle& curl, Reception& reception) {
@@ -276,7 +318,8 @@ void SetCallbacks(CurlHandle& curl, Reception& reception) {
         .Set(CURLOPT_HEADERDATA, context)
         .Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket)
         .Set(CURLOPT_OPENSOCKETDATA, context)
-        .Set(CURLOPT_XFERINFOFUNCTION, &MustGiveUp)
+        .Set(CURLOPT_XFERINFOFUNCTION, &Progress)
+        .Set(CURLOPT_XFERINFODATA, context)
         .Set(CURLOPT_NOPROGRESS, 0L);
 }
 
@@ -304,21 +347,25 @@ std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientReque
     reception.loopbackOnly = !target.tls && !options.allowPlainHttp;
     HandleList handle = transport.Take(generation);
     CurlHandle& curl = handle.front().curl;
+    reception.curl = &curl;
     for (const auto& [option, value] : fixedOptions)
         curl.Set(option, value);
     SetTrust(curl, library, options.caFile);
     SetProxy(curl, target, options.proxy);
     SetLimits(curl, options);
-    SetRequest(curl, request, target, *headers);
+    SecretBody secret;
+    SetRequest(curl, request, target, *headers, secret);
     SetCallbacks(curl, reception);
 
     const CURLcode code = curl.Perform();
     if (reception.failure != nullptr) return *reception.failure;
     if (code == CURLE_ABORTED_BY_CALLBACK) return ended;
     if (code == CURLE_OUT_OF_MEMORY) return noMemory;
+    // The library keeps the TLS session all the same, and a resumed one shows the old certificate.
+    if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(generation);
     if (code != CURLE_OK) return Failure{ReasonOf(code), code, curl_easy_strerror(code)};
     const auto status = static_cast<std::int32_t>(curl.Status());
-    transport.GiveBack(std::move(handle));
+    if (!reception.surplus && curl.NoteConnection()) transport.GiveBack(std::move(handle));
     if (response != nullptr) response->Deliver(status, std::move(reception.body));
     return std::nullopt;
 }

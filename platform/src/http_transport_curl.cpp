@@ -92,10 +92,19 @@ HttpTransport::HttpTransport()
     : current_(std::make_shared<const HttpGeneration>(HttpClientOptions())) {}
 
 void HttpTransport::SetOptions(const HttpClientOptions& options) {
-    HttpGenerationPtr replaced = std::make_shared<const HttpGeneration>(options);
+    Replace(std::make_shared<const HttpGeneration>(options), nullptr);
+}
+
+void HttpTransport::Forget(const HttpGenerationPtr& generation) {
+    Replace(std::make_shared<const HttpGeneration>(generation->options), generation.get());
+}
+
+/// Unless another generation than `replaced`, if that is given, is the current one.
+void HttpTransport::Replace(HttpGenerationPtr generation, const HttpGeneration* replaced) {
     HandleList retired;
     const std::lock_guard lock(mutex_);  // last: what is replaced is closed after its release
-    current_.swap(replaced);
+    if (replaced != nullptr && replaced != current_.get()) return;
+    current_.swap(generation);
     retired.swap(idle_);
 }
 
@@ -105,15 +114,19 @@ HttpGenerationPtr HttpTransport::Generation() const {
 }
 
 HandleList HttpTransport::Take(const HttpGenerationPtr& generation) {
+    HandleList taken = TakeIdle(generation);
+    while (!taken.empty() && taken.front().curl.HasStrayInput())
+        taken = TakeIdle(generation);
+    if (taken.empty()) taken.emplace_front(generation);
+    return taken;
+}
+
+HandleList HttpTransport::TakeIdle(const HttpGenerationPtr& generation) {
     HandleList taken;
     HandleList aged;
-    {
-        const std::lock_guard lock(mutex_);
-        RemoveAgedInto(aged);
-        if (generation == current_ && !idle_.empty())
-            taken.splice(taken.begin(), idle_, idle_.begin());
-    }
-    if (taken.empty()) taken.emplace_front(generation);
+    const std::lock_guard lock(mutex_);  // last: aged handles are closed after its release
+    RemoveAgedInto(aged);
+    if (generation == current_ && !idle_.empty()) taken.splice(taken.begin(), idle_, idle_.begin());
     return taken;
 }
 

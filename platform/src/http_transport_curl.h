@@ -63,6 +63,9 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     void SetOptions(const HttpClientOptions& options);
     HttpGenerationPtr Generation() const;
 
+    /// From now on the options are these, but nothing that this generation remembers is used.
+    void Forget(const HttpGenerationPtr& generation);
+
     /// A list of one handle: the newest idle one of this generation, or a new one.
     HandleList Take(const HttpGenerationPtr& generation);
 
@@ -71,6 +74,8 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     void GiveBack(HandleList handle) noexcept;
 
  private:
+    HandleList TakeIdle(const HttpGenerationPtr& generation);
+    void Replace(HttpGenerationPtr generation, const HttpGeneration* replaced);
     void RemoveAgedInto(HandleList& aged) noexcept;  // mutex_ is held
 
     const CurlLibrary library_;  // first: started before, ended after all that uses it

@@ -1,6 +1,8 @@
 #ifndef OAK_NET_HTTPCLIENT_H
 #define OAK_NET_HTTPCLIENT_H
 
+#include <Oak/Base/Wipe.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -26,10 +28,23 @@ class CHttpClientRequest {
     using HeaderField = std::pair<std::string, std::string>;
 
     CHttpClientRequest(const std::string& method, const URL& url) : method_(method), url_(url) {}
+    CHttpClientRequest(const CHttpClientRequest&) = default;
+    CHttpClientRequest(CHttpClientRequest&&) = default;
+    CHttpClientRequest& operator=(const CHttpClientRequest&) = delete;  // would drop a body unwiped
+    CHttpClientRequest& operator=(CHttpClientRequest&&) = delete;
+    ~CHttpClientRequest() {
+        if (dataIsSecret_) Oak::Base::Wipe(data_);
+    }
 
     /// The body, any bytes. A request without one goes out with an empty body.
     void SetData(const std::string& data) { data_ = data; }
     void SetData(std::string&& data) { data_ = std::move(data); }
+    /// A body that holds a secret, set once: the request wipes it at its end, and the client leaves
+    /// no copy of it in memory, whatever comes of the exchange.
+    void SetSecretData(std::string&& data) {
+        data_ = std::move(data);
+        dataIsSecret_ = true;
+    }
 
     /// Adds one header field. `Send` refuses the request when the name is not a token, the value
     /// has CR, LF or NUL, or the field would frame the message, which is the client's business
@@ -47,6 +62,7 @@ class CHttpClientRequest {
     const std::vector<HeaderField>& Headers() const { return headers_; }
     const std::string& ContentType() const { return contentType_; }
     const std::string& Data() const { return data_; }
+    bool DataIsSecret() const { return dataIsSecret_; }
 
  private:
     std::string method_;
@@ -54,6 +70,7 @@ class CHttpClientRequest {
     std::vector<HeaderField> headers_;
     std::string contentType_;
     std::string data_;
+    bool dataIsSecret_ = false;
 };
 
 /// One response: empty until `Send` fills it.
