@@ -133,10 +133,10 @@ class FeedbackTest : public testing::Test {
     FeedbackTest() {
         Veltra::Veltra_Enable();
         scripted::AnswerBy([](const Request& request) {
-            return Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("tok") : "x");
+            return Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("bearer-1") : "x");
         });
         auto info = std::make_shared<Veltra::CLicenseInfo>();
-        info->SetLicenseKey("", {{"k", "s"}});
+        info->SetLicenseKey("", {{"k", scripted::kSecret}});
         EXPECT_TRUE(Veltra::Veltra_Authentication(Veltra::ProductType::Default, info));
         Veltra::Veltra_Unit();
         scripted::ForgetRequests();
@@ -184,7 +184,7 @@ TEST_F(FeedbackTest, FreshCommentOnTheWire) {
     EXPECT_EQ(sent[0].Url().Text(), kFeedbackUrl);
     EXPECT_EQ(sent[0].ContentType(), "application/json");
     EXPECT_EQ(sent[0].Headers(),
-              (std::vector<Request::HeaderField>{{"Authorization", "Bearer tok"}}));
+              (std::vector<Request::HeaderField>{{"Authorization", "Bearer bearer-1"}}));
     EXPECT_EQ(sent[0].Data(), FeedbackBody("t1"));
     EXPECT_EQ(output, FeedbackBody("t1") + "\n");
     EXPECT_EQ(scripted::Records(), Lines{});
@@ -397,7 +397,7 @@ TEST_F(FeedbackTest, EveryFailure) {
     const auto check = [](const char* name, const Call& call, const std::vector<Answer>& answers,
                           const std::string& expected, Lines records) {
         SCOPED_TRACE(name);
-        Manager().SetToken("tok");
+        Manager().SetToken("bearer-1");
         scripted::AnswerInOrder(answers);
         scripted::ForgetRequests();
         scripted::ForgetRecords();

@@ -26,7 +26,7 @@ std::shared_ptr<Veltra::CLicenseInfo> License(const std::vector<std::string>& na
                                               const std::string& version = "") {
     std::vector<Veltra::CAccessKey> keys;
     for (const auto& name : names)
-        keys.push_back({name, "s" + name});
+        keys.push_back({name, scripted::kSecret + name});
     auto info = std::make_shared<Veltra::CLicenseInfo>();
     info->SetLicenseKey("text", keys);
     info->SetProductVersion(version);
@@ -38,7 +38,7 @@ bool LogIn(const std::shared_ptr<Veltra::CLicenseInfo>& info) {
 }
 
 std::string TokenRequest(const std::string& domain, const std::string& name) {
-    const std::string secret = name.empty() ? "" : "s" + name;
+    const std::string secret = name.empty() ? "" : scripted::kSecret + name;
     return "POST " + domain + scripted::kTokenPath + R"( {"appKey":")" + name +
            R"(","secretKey":")" + secret + R"("})";
 }
@@ -49,7 +49,7 @@ void AcceptOnly(const std::string& name, const std::string& domain = "") {
         if (!scripted::IsTokenRequest(request)) return scripted::Ok("{}");
         const bool accepted = request.Data().find("\"" + name + "\"") != std::string::npos &&
                               (domain.empty() || request.Url().Text().find(domain) == 0);
-        return accepted ? scripted::Ok(scripted::TokenBody("t-" + name)) : scripted::Lost();
+        return accepted ? scripted::Ok(scripted::TokenBody("bearer-" + name)) : scripted::Lost();
     });
 }
 
@@ -176,11 +176,12 @@ TEST_F(ManagerTest, TokenRequestAndOutcomes) {
     std::string token;
     std::string domain;
     std::int64_t expiry = 0;
-    ASSERT_TRUE(Veltra::TokenMessage::GetToekn("https://a", "k\"1", "s1", token, expiry, domain));
+    ASSERT_TRUE(Veltra::TokenMessage::GetToekn("https://a", "k\"1", scripted::kSecret, token,
+                                               expiry, domain));
     EXPECT_EQ(token + "," + domain + "," + std::to_string(expiry), "t,D,7200");
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].Url().Text(), "https://a/api/tmqgw/v1/token/get");
-    EXPECT_EQ(sent[0].Data(), R"({"appKey":"k"1","secretKey":"s1"})");
+    EXPECT_EQ(sent[0].Data(), R"({"appKey":"k"1","secretKey":"a-secret-key"})");
     EXPECT_EQ(sent[0].ContentType(), "");
     using Field = scripted::Request::HeaderField;
     EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Content-Type", "application/json"}}));
@@ -225,7 +226,8 @@ TEST_F(ManagerTest, TokenRequestAndOutcomes) {
         scripted::AnswerInOrder({each.answer});
         token = domain = "before";
         expiry = -7;
-        const bool got = Veltra::TokenMessage::GetToekn("a", "k", "s", token, expiry, domain);
+        const bool got =
+            Veltra::TokenMessage::GetToekn("a", "k", scripted::kSecret, token, expiry, domain);
         Lines expected{"3 TokenMessage::GetToekn|get token use domain :a"};
         for (const auto& record : each.records) {
             expected.push_back("5 TokenMessage::GetToekn|" + record);
@@ -253,7 +255,7 @@ TEST_F(ManagerTest, LoginLogsAndStores) {
                      "3 CAIManager::SetDomian|set llm domain:https://llm.test",
                      "3 CAIManager::start|monitorThread_ begin.",
                      "3 Veltra_Authentication|authen success"}));
-    EXPECT_EQ(Manager().GetToken(), "t-k");
+    EXPECT_EQ(Manager().GetToken(), "bearer-k");
     EXPECT_EQ(Manager().GetDomian(), "https://llm.test");
     EXPECT_EQ(Manager().GetProductVersion(), "5.1.0");
 
@@ -262,7 +264,7 @@ TEST_F(ManagerTest, LoginLogsAndStores) {
     EXPECT_FALSE(LogIn(License({}, "")));
     EXPECT_EQ(scripted::Records().back(), "5 Veltra_Authentication|authen failed");
     EXPECT_FALSE(Manager().IsLLMServiceValid());
-    EXPECT_EQ(Manager().GetToken(), "t-k");  // the token before is kept
+    EXPECT_EQ(Manager().GetToken(), "bearer-k");  // the token before is kept
     EXPECT_EQ(Manager().GetProductVersion(), "5.1.0");
 }
 
@@ -378,8 +380,8 @@ TEST_F(ManagerTest, TokenIsRenewedAfterTwelveHours) {
 TEST_F(ManagerTest, HandlesShareTheirRecord) {
     Veltra::CLicenseInfo first;
     Veltra::CLicenseInfo second(first);
-    second.SetLicenseKey("text", {{"old", "s"}, {"older", "s"}});
-    second.SetLicenseKey("text", {{"new", "s"}});
+    second.SetLicenseKey("text", {{"old", scripted::kSecret}, {"older", scripted::kSecret}});
+    second.SetLicenseKey("text", {{"new", scripted::kSecret}});
     Veltra::Veltra_Enable();
     AcceptOnly("new");
     EXPECT_TRUE(LogIn(std::make_shared<Veltra::CLicenseInfo>(first)));

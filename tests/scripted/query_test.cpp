@@ -21,11 +21,11 @@ class QueryTest : public testing::Test {
     QueryTest() {
         Veltra::Veltra_Enable();
         scripted::AnswerBy([](const scripted::Request& request) {
-            return scripted::Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("tok")
+            return scripted::Ok(scripted::IsTokenRequest(request) ? scripted::TokenBody("bearer-1")
                                                                   : "x");
         });
         auto info = std::make_shared<Veltra::CLicenseInfo>();
-        info->SetLicenseKey("", {{"k", "s"}});
+        info->SetLicenseKey("", {{"k", scripted::kSecret}});
         EXPECT_TRUE(Veltra::Veltra_Authentication(Veltra::ProductType::Default, info));
         Veltra::Veltra_Unit();
         scripted::ForgetRequests();
@@ -75,7 +75,7 @@ TEST_F(QueryTest, RequestOnTheWire) {
     EXPECT_EQ(sent[0].Url().Text(), std::string("https://llm.test") + scripted::kQueryPath);
     EXPECT_EQ(sent[0].ContentType(), "application/json");
     using Field = scripted::Request::HeaderField;
-    EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Authorization", "Bearer tok"}}));
+    EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Authorization", "Bearer bearer-1"}}));
     EXPECT_EQ(sent[0].Data(), kBody);
     EXPECT_EQ(scripted::Records(),
               (Lines{std::string("2 AISession::ExecuteQuery|request:") + kBody,

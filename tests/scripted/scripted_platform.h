@@ -39,6 +39,9 @@ std::string ResultBody(const std::string& text);
 /// A refusal.
 std::string RefusalBody(const std::string& code, const std::string& message);
 
+/// A secret key, or the beginning of one. No record of any test shows it; see record_guard.cpp.
+inline const std::string kSecret = "a-secret-key";
+
 inline constexpr const char* kTokenPath = "/api/tmqgw/v1/token/get";
 inline constexpr const char* kQueryPath =
     "/api/tmqgw/aillm/v1/third/text/prompt/by/template/analysis";
