@@ -92,24 +92,24 @@ std::string toPem(X509* certificate) {
 
 }  // namespace
 
-ServerIdentity makeServerIdentity(Certificate flaw, const std::string& address) {
+ServerIdentity makeServerIdentity(const std::string& address) {
     const Validity sound{-kHour, 30 * kDay};
-    const Validity validity = flaw == Certificate::Expired ? Validity{-2 * kDay, -kDay} : sound;
-    const std::string hosts = flaw == Certificate::WrongHost
-                                  ? "DNS:elsewhere.invalid"
-                                  : "DNS:localhost,IP:127.0.0.1,IP:::1,IP:" + address;
-
+    const std::string hosts = "DNS:localhost,IP:127.0.0.1,IP:::1,IP:" + address;
     const KeyPtr authorityKey = makeKey();
     const CertificatePtr authority = issue("Local gateway authority", authorityKey.get(), nullptr,
                                            authorityKey.get(), sound, "");
-
     ServerIdentity identity;
     identity.authorityPem = toPem(authority.get());
     identity.key = makeKey();
-    const bool selfSigned = flaw == Certificate::SelfSigned;
-    identity.certificate =
-        issue("Local gateway", identity.key.get(), selfSigned ? nullptr : authority.get(),
-              selfSigned ? identity.key.get() : authorityKey.get(), validity, hosts);
+    EVP_PKEY* const key = identity.key.get();
+    const auto issued = [&](Validity validity, const std::string& names) {
+        return issue("Local gateway", key, authority.get(), authorityKey.get(), validity, names);
+    };
+    identity.certificate(Certificate::Good) = issued(sound, hosts);
+    identity.certificate(Certificate::Expired) = issued({-2 * kDay, -kDay}, hosts);
+    identity.certificate(Certificate::SelfSigned) =
+        issue("Local gateway", key, nullptr, key, sound, hosts);
+    identity.certificate(Certificate::WrongHost) = issued(sound, "DNS:elsewhere.invalid");
     return identity;
 }
 

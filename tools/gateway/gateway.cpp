@@ -203,7 +203,7 @@ bool Gateway::Impl::start() {
             return false;
         baseUrl_ = (options_.tls ? "https://" : "http://") + hostOf(options_.address) + ':' +
                    std::to_string(stage_.port());
-        if (options_.tls) identity_ = makeServerIdentity(options_.certificate, options_.address);
+        if (options_.tls) identity_ = makeServerIdentity(options_.address);
         roads_.storage().setDomain(orElse(options_.storageDomain, baseUrl_));
         roads_.setAreaDomain(orElse(options_.areaDomain, baseUrl_));
         server_ = std::make_unique<HttpServer>(
@@ -412,6 +412,18 @@ bool Gateway::refuseConnections(bool refuse) {
 
 void Gateway::closeIdleConnections() {
     impl_->stage_.closeIdle();
+}
+
+void Gateway::sendUnasked(const std::string& bytes) {
+    impl_->stage_.sendUnasked(bytes);
+}
+
+void Gateway::setCertificate(Certificate certificate) {
+    impl_->server_->setCertificate(certificate);
+}
+
+void Gateway::speakOldTlsOnly(bool on) {
+    impl_->server_->speakOldTlsOnly(on);
 }
 
 void Gateway::resetStalled() {

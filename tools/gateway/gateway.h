@@ -149,6 +149,8 @@ struct Answer {
     std::string body = {};
     Headers headers = {};
     bool chunked = false;  ///< Sent in chunks, without its length.
+    /// Told in place of the body's own length.
+    std::optional<std::size_t> announcedLength = {};
 };
 
 /// The answer that grants these slots. With setAnswer(kUploadPath, ...) the gateway hands out fewer
@@ -214,6 +216,14 @@ class Gateway {
     bool refuseConnections(bool refuse);
     /// Closes the connections on which nothing is under way; returns when they have been closed.
     void closeIdleConnections();
+    /// Sends these bytes on the connections on which nothing is under way (as they are, in place of
+    /// TLS on HTTPS); returns when they are on their way.
+    void sendUnasked(const std::string& bytes);
+    /// What later handshakes show in place of Options::certificate; connections that stand live on.
+    /// Only after start().
+    void setCertificate(Certificate certificate);
+    /// While true, handshakes speak TLS 1.0 and 1.1 alone. Only after start().
+    void speakOldTlsOnly(bool on);
     /// Resets the connections that stalled() counts.
     void resetStalled();
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <optional>
 #include <string_view>
 #include <thread>
@@ -73,12 +74,12 @@ httplib::ContentProvider limited(const std::shared_ptr<const std::string>& body,
     };
 }
 
-constexpr std::size_t kChunk = 1000;
-
 httplib::ContentProviderWithoutLength chunks(const std::shared_ptr<const std::string>& body) {
-    return [body](std::size_t offset, httplib::DataSink& sink) {
+    constexpr std::size_t kSmallest = 1000;
+    const std::size_t chunk = std::max(kSmallest, body->size() / 1000);
+    return [body, chunk](std::size_t offset, httplib::DataSink& sink) {
         if (offset < body->size())
-            return sink.write(body->data() + offset, std::min(kChunk, body->size() - offset));
+            return sink.write(body->data() + offset, std::min(chunk, body->size() - offset));
         sink.done();
         return true;
     };
@@ -95,7 +96,10 @@ void fill(httplib::Response& response, HttpReply reply) {
         }
     }
     auto body = std::make_shared<const std::string>(std::move(reply.answer.body));
-    if (reply.bodyLimit < body->size()) {
+    if (reply.answer.announcedLength) {
+        response.headers.emplace("Content-Length", std::to_string(*reply.answer.announcedLength));
+        response.set_content_provider(type, chunks(body));
+    } else if (reply.bodyLimit < body->size()) {
         response.set_content_provider(body->size(), type, limited(body, reply.bodyLimit));
     } else if (reply.answer.chunked) {
         response.set_chunked_content_provider(type, chunks(body));
@@ -108,6 +112,42 @@ bool announcesBody(const httplib::Request& request) {
     const auto length = request.get_header_value("Content-Length");
     return request.has_header("Transfer-Encoding") || (!length.empty() && length != "0");
 }
+
+// How handshakes go. The library makes the context once; both callbacks run in each handshake.
+class Handshake {
+ public:
+    Handshake(ServerIdentity& identity, Certificate certificate)
+        : identity_(identity), certificate_(certificate) {}
+
+    bool prepare(SSL_CTX& context) {
+        SSL_CTX_set_client_hello_cb(&context, chooseVersion, this);
+        SSL_CTX_set_cert_cb(&context, chooseCertificate, this);
+        return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1;
+    }
+    void setCertificate(Certificate certificate) { certificate_ = certificate; }
+    void speakOldTlsOnly(bool on) { oldTlsOnly_ = on; }
+
+ private:
+    static int chooseVersion(SSL* ssl, int* /*alert*/, void* self) {
+        if (!static_cast<Handshake*>(self)->oldTlsOnly_) return SSL_CLIENT_HELLO_SUCCESS;
+        SSL_set_security_level(ssl, 0);  // above it OpenSSL takes part in nothing so old
+        const bool set = SSL_set_min_proto_version(ssl, TLS1_VERSION) == 1 &&
+                         SSL_set_max_proto_version(ssl, TLS1_1_VERSION) == 1;
+        return set ? SSL_CLIENT_HELLO_SUCCESS : SSL_CLIENT_HELLO_ERROR;
+    }
+
+    static int chooseCertificate(SSL* ssl, void* context) {
+        const auto& self = *static_cast<Handshake*>(context);
+        const bool set =
+            SSL_use_certificate(ssl, self.identity_.certificate(self.certificate_).get()) == 1 &&
+            SSL_use_PrivateKey(ssl, self.identity_.key.get()) == 1;
+        return set ? 1 : 0;
+    }
+
+    ServerIdentity& identity_;
+    std::atomic<Certificate> certificate_;
+    std::atomic<bool> oldTlsOnly_{false};
+};
 
 // Nothing, and a status in the response, when the body is too long, broken off or badly coded.
 std::optional<std::string> readAll(const httplib::ContentReader& reader,
@@ -130,13 +170,13 @@ std::optional<std::string> readAll(const httplib::ContentReader& reader,
 
 class HttpServer::Impl {
  public:
-    Impl(Handler handler, Afterwards afterwards, const Options& options,
-         const ServerIdentity* identity)
+    Impl(Handler handler, Afterwards afterwards, const Options& options, ServerIdentity* identity)
         : handler_(std::move(handler)), afterwards_(std::move(afterwards)) {
         const SigpipeKept kept;
         if (identity != nullptr) {
+            handshake_.emplace(*identity, options.certificate);
             tls_ = std::make_unique<Listening<httplib::SSLServer>>(
-                [identity](SSL_CTX& context) { return prepare(context, *identity); });
+                [this](SSL_CTX& context) { return handshake_->prepare(context); });
         } else {
             plain_ = std::make_unique<Listening<httplib::Server>>();
         }
@@ -161,13 +201,9 @@ class HttpServer::Impl {
 
     int port() const { return port_; }
 
- private:
-    static bool prepare(SSL_CTX& context, const ServerIdentity& identity) {
-        return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
-               SSL_CTX_use_certificate(&context, identity.certificate.get()) == 1 &&
-               SSL_CTX_use_PrivateKey(&context, identity.key.get()) == 1;
-    }
+    std::optional<Handshake> handshake_;  // with TLS only
 
+ private:
     httplib::Server& server() { return tls_ ? static_cast<httplib::Server&>(*tls_) : *plain_; }
 
     template <typename Use>
@@ -238,7 +274,7 @@ class HttpServer::Impl {
 };
 
 HttpServer::HttpServer(Handler handler, Afterwards afterwards, const Options& options,
-                       const ServerIdentity* identity)
+                       ServerIdentity* identity)
     : impl_(std::make_unique<Impl>(std::move(handler), std::move(afterwards), options, identity)) {}
 
 HttpServer::~HttpServer() {
@@ -251,6 +287,14 @@ bool HttpServer::start() {
 
 int HttpServer::port() const {
     return impl_->port();
+}
+
+void HttpServer::setCertificate(Certificate certificate) {
+    if (impl_->handshake_) impl_->handshake_->setCertificate(certificate);
+}
+
+void HttpServer::speakOldTlsOnly(bool on) {
+    if (impl_->handshake_) impl_->handshake_->speakOldTlsOnly(on);
 }
 
 void HttpServer::stop() {

@@ -36,13 +36,16 @@ class HttpServer {
 
     /// The identity, when there is one, must outlive the server.
     HttpServer(Handler handler, Afterwards afterwards, const Options& options,
-               const ServerIdentity* identity);
+               ServerIdentity* identity);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
     bool start();
     int port() const;
+    /// What handshakes show and speak from now on.
+    void setCertificate(Certificate certificate);
+    void speakOldTlsOnly(bool on);
     /// Returns when the last exchange has ended: the stage must have closed its connections.
     void stop();
 

@@ -58,6 +58,7 @@ class Stage {
 
     bool refuse(bool on);
     void closeIdle();
+    void sendUnasked(const std::string& bytes);
     void resetStalled();
 
     std::uint64_t accepted() const;
@@ -83,6 +84,7 @@ class Stage {
         Clock::time_point lingerUntil;
     };
 
+    static bool isIdle(const Connection& c);
     void loop();
     void onThread(const std::function<void()>& task);
     void runTasks();

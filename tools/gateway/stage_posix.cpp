@@ -488,10 +488,24 @@ bool Stage::refuse(bool on) {
     return done;
 }
 
+bool Stage::isIdle(const Connection& c) {
+    return c.phase == Phase::Relaying && !c.awaitsAnswer && c.toClient.empty();
+}
+
 void Stage::closeIdle() {
     onThread([&] {
         for (auto& c : connections_)
-            if (c.phase == Phase::Relaying && !c.awaitsAnswer && c.toClient.empty()) beginEnding(c);
+            if (isIdle(c)) beginEnding(c);
+    });
+}
+
+void Stage::sendUnasked(const std::string& bytes) {
+    onThread([&] {
+        for (auto& c : connections_) {
+            if (!isIdle(c)) continue;
+            c.toClient += bytes;
+            flushToClient(c);
+        }
     });
 }
 
