@@ -159,67 +159,6 @@ TEST_P(GatewayTest, SixteenThreadsRenewOnce) {
     }
 }
 
-TEST_P(GatewayTest, FaultsAreCleanFailures) {
-    StartLoggedIn(GetParam());
-    http.totalTimeoutMs = 1500;
-    http.maxResponseBytes = 20000;
-    Oak::Net::SetHttpClientOptions(http);
-    const struct {
-        const char* name;
-        FaultKind kind;
-        std::int64_t number;
-        std::string text;
-        std::string expected;
-        std::size_t requests;  // 0: any number, the HTTP library may repeat once by itself
-        std::string reason;    // in a record
-    } cases[] = {
-        {"busy", FaultKind::Status, 503, "", kNotSent, 3, "errcode:503"},
-        {"reset", FaultKind::Reset, 0, "", kNotSent, 0, "4 Oak "},
-        {"reset in headers", FaultKind::ResetInHeaders, 0, "", kNotSent, 0, "4 Oak "},
-        {"cut body", FaultKind::CutBody, 5, "", kNotSent, 3, "cut off"},
-        {"stall", FaultKind::Stall, 0, "", kNotSent, 3, "time-out"},
-        {"stall in body", FaultKind::StallInBody, 5, "", kNotSent, 3, "time-out"},
-        {"garbage", FaultKind::Garbage, 0, "", kNotSent, 0, "4 Oak "},
-        {"too long", FaultKind::BadJson, 0, std::string(20001, ' '), kNotSent, 3, "limit"},
-        {"as long as allowed", FaultKind::BadJson, 0, std::string(20000, ' '), "6: ", 1,
-         "set_str failed"},
-        {"bad JSON", FaultKind::BadJson, 0, "", "6: ", 1, "set_str failed"},
-        {"empty", FaultKind::EmptyBody, 0, "", "6: response is empty", 1, "response is empty"},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.name);
-        server->clearRequests();
-        server->clearFaults();
-        server->addFault({std::string(gateway::kQueryPath), each.kind, each.number, "", each.text});
-        Records();
-        EXPECT_EQ(Ask(), each.expected);
-        EXPECT_TRUE(each.requests == 0 || server->requests().size() == each.requests)
-            << server->requests().size() << " requests";
-        const std::string log = Records();
-        EXPECT_NE(log.find(each.reason), std::string::npos) << log;
-        EXPECT_EQ(log.find("Bearer"), std::string::npos) << log;
-        server->clearFaults();
-        EXPECT_NE(Ask().find("World"), std::string::npos) << "back to normal at once";
-    }
-    server->refuseConnections(true);
-    server->closeIdleConnections();
-    EXPECT_EQ(Ask(), kNotSent);
-    server->refuseConnections(false);
-    EXPECT_NE(Ask().find("World"), std::string::npos);
-}
-
-TEST_P(GatewayTest, RedirectIsAFailureAndNothingFollowsIt) {
-    StartLoggedIn(GetParam());
-    gateway::Gateway other(Serve(false));
-    ASSERT_TRUE(other.start());
-    server->setAnswer(
-        std::string(gateway::kQueryPath),
-        {301, "", {{"Location", other.baseUrl() + std::string(gateway::kQueryPath)}}});
-    EXPECT_EQ(Ask(), kNotSent);
-    EXPECT_EQ(server->requests().size(), 3U);
-    EXPECT_EQ(other.connections(), 0U);
-}
-
 TEST_P(GatewayTest, MonitorStopsWithinASecond) {
     using Clock = std::chrono::steady_clock;
     const auto timeOfUnit = [] {
@@ -251,15 +190,6 @@ TEST_P(GatewayTest, MonitorStopsWithinASecond) {
     EXPECT_EQ(RequestsOf(gateway::kTokenPath), requests) << "no renewal after a cut pause";
 }
 
-TEST_P(GatewayTest, DeepAnswerCostsNoStack) {
-    StartLoggedIn(GetParam());
-    constexpr std::size_t kDepth = 100'000;
-    const std::string deep = std::string(kDepth, '[') + std::string(kDepth, ']');
-    server->setAnswer(std::string(gateway::kQueryPath),
-                      {200, R"({"errorCode":"0","data":{"resultStr":"y","x":)" + deep + "}}", {}});
-    EXPECT_EQ(Ask(), "y");
-}
-
 TEST_P(GatewayTest, TokenNeverBreaksOutOfItsHeader) {
     Start(Serve(GetParam()));
     ASSERT_TRUE(Veltra::Veltra_SetDomain(server->baseUrl()));
@@ -274,27 +204,6 @@ TEST_P(GatewayTest, TokenNeverBreaksOutOfItsHeader) {
     const std::string log = Records();
     EXPECT_NE(log.find("4 Oak "), std::string::npos);
     EXPECT_EQ(log.find("Injected"), std::string::npos) << log;
-}
-
-TEST_F(GatewayTest, UntrustedServers) {
-    const auto expectRefused = [this] {
-        EXPECT_FALSE(Veltra::Veltra_SetDomain(server->baseUrl()));
-        EXPECT_EQ(server->requests().size(), 0U);
-        const std::string log = Records();
-        EXPECT_NE(log.find("certificate"), std::string::npos) << log;
-    };
-    for (const auto certificate : {gateway::Certificate::Expired, gateway::Certificate::SelfSigned,
-                                   gateway::Certificate::WrongHost}) {
-        SCOPED_TRACE(static_cast<int>(certificate));
-        gateway::Options options = Serve(true);
-        options.certificate = certificate;
-        Start(std::move(options));
-        expectRefused();
-    }
-    Start(Serve(true));
-    http.caFile.clear();  // the system's authorities know nothing of this one
-    Oak::Net::SetHttpClientOptions(http);
-    expectRefused();
 }
 
 TEST_F(GatewayTest, PlainHttpStaysOnThisMachine) {

@@ -1,0 +1,366 @@
+#include "faults/roads.h"
+
+#include "gateway/gateway.h"
+
+#include <Veltra/Veltra.h>
+
+#include <cctype>
+#include <memory>
+#include <utility>
+
+namespace faults {
+namespace {
+
+using Members = std::map<std::string, std::string>;
+
+const std::string kQuery(gateway::kQueryPath);
+const std::string kToken(gateway::kTokenPath);
+const std::string kUpload(gateway::kUploadPath);
+const std::string kFeedback(gateway::kFeedbackPath);
+const std::string kCancel(gateway::kCancelPath);
+const std::string kPutTarget = "/storage/k?signature=1";
+const std::string kQueryBody = R"({"traceId":"t-1","promptKey":"k","replaceElements":{},)"
+                               R"("sensitiveContentCfg":{"inputWords":[],"filterTags":[]}})";
+const std::string kSlots = "/data/imageList[1]/uploadInfoList";
+
+/// As %s prints it.
+std::string Printed(const std::string& text) {
+    return text.c_str();  // NOLINT(readability-redundant-string-cstr): up to the first NUL
+}
+
+/// The port is the same by any name of the host, the connection another: faults of the connection
+/// meet the push alone.
+std::string SlotUrl(std::string base) {
+    return base.replace(base.find("127.0.0.1"), 9, "localhost") + kPutTarget;
+}
+
+Answer Refusal() {
+    return {R"({"errorCode":"7","message":"no"})", true, {{"/errorCode", "7"}, {"/message", "no"}}};
+}
+
+Answer TokenAnswer(const std::string& base) {
+    return {R"({"errorCode":"0","message":"","data":{"accessToken":"later","expireTime":"7200",)"
+            R"("areaDomain":")" +
+                base + "\"}}",
+            true,
+            {{"/errorCode", "0"},
+             {"/data/accessToken", "later"},
+             {"/data/expireTime", "7200"},
+             {"/data/areaDomain", base}}};
+}
+
+Answer QueryAnswer() {
+    return {R"({"errorCode":"0","message":"","data":{"resultStr":"answer"}})",
+            true,
+            {{"/errorCode", "0"}, {"/data/resultStr", "answer"}}};
+}
+
+Answer FeedbackAnswer() {
+    return {R"({"errorCode":"0","message":"","data":{"feedbackId":"f-1"}})",
+            true,
+            {{"/errorCode", "0"}, {"/data/feedbackId", "f-1"}}};
+}
+
+Answer SlotAnswer(const std::string& base) {
+    return {R"({"errorCode":"0","data":{"imageList":[{"uploadInfoList":[{"imageKey":"k","url":")" +
+                SlotUrl(base) + "\"}]}]}}",
+            true,
+            {{"/errorCode", "0"},
+             {kSlots, "1"},
+             {kSlots + "[1]/imageKey", "k"},
+             {kSlots + "[1]/url", SlotUrl(base)}}};
+}
+
+Answer CancelAnswer() {
+    return {R"({"errorCode":"0","message":"","data":{}})", true, {{"/errorCode", "0"}}};
+}
+
+bool Submit(const std::unordered_set<std::string>& pictures, std::string& id) {
+    const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
+    comment->SetPictures(pictures);
+    id = "kept";
+    return Veltra::Veltra_SubmitComments(comment, id);
+}
+
+void Append(Lines& lines, const Lines& more) {
+    lines.insert(lines.end(), more.begin(), more.end());
+}
+
+// --- the roads -----------------------------------------------------------------------------------
+
+/// To a base with a slash at its end, whose paths differ from all other requests': a domain that
+/// was stored by mistake shows in the next token request.
+Road Probe(const std::string& base) {
+    const std::string domain = base + "/";
+    const std::string name = "CAIManager::IsDomianValid";
+    Road road{"Probe", "POST", "/" + kQuery, "/" + kQuery + "$", 3, {R"({"errorCode":"4"})"}};
+    road.run = [domain](std::string&) { return Veltra::Veltra_SetDomain(domain); };
+    road.refusal = Line(5, name, "http client send message failed,errcode:#,domian is :" + domain);
+    road.refused = {Line(5, name, "http client send message failed,domian is :" + domain)};
+    road.answered = [=](const Answer& answer, Outcome& outcome) {
+        outcome.result = !answer.body.empty();
+        outcome.lines.push_back(
+            outcome.result ? Line(3, "CAIManager::SetConfigDomain", "Set config domian " + domain)
+                           : Line(5, name, "response is empty,domian is :" + domain));
+    };
+    return road;
+}
+
+/// A renewal with the pair in use: a list of its own would be tried from its beginning.
+Road Token(const std::string& base) {
+    const std::string name = "TokenMessage::GetToekn";
+    const std::string renewal = "CAIManager::renewAuthenticationToken";
+    const std::string login = "Veltra_Authentication";
+    const Answer good = TokenAnswer(base);
+    Road road{"Token", "POST", kToken, kToken + "$", 1, good};
+    road.run = [](std::string&) {
+        return Veltra::Veltra_Authentication({}, std::make_shared<Veltra::CLicenseInfo>());
+    };
+    road.begins = {Line(3, login, "authening.."), Line(5, login, "authen keys is empty!"),
+                   Line(3, login, "product version:"),
+                   Line(3, login, "veltra is enable,begin authen."),
+                   Line(3, name, "get token use domain :" + base)};
+    road.refusal = Line(5, name, "Request get token status_code =#");
+    road.refused = {Line(5, renewal, "get token failed,not get token"),
+                    Line(5, login, "authen failed")};
+    road.notSent = {Line(5, name, "Request get token failed")};
+    Append(road.notSent, road.refused);
+    road.answered = [=](const Answer& answer, Outcome& outcome) {
+        const auto log = [&](int level, const std::string& operation, const std::string& text) {
+            outcome.lines.push_back(Line(level, operation, text));
+        };
+        const auto body = Printed(answer.body);
+        const auto code = answer.at("/errorCode");
+        const auto domain = answer.at("/data/areaDomain");
+        const auto expiry = answer.at("/data/expireTime");
+        outcome.result = code == "0" && !answer.at("/data/accessToken").empty() &&
+                         !domain.empty() && std::isdigit(expiry[0]) != 0 && expiry.size() < 19;
+        if (outcome.result) {
+            log(3, renewal, "get token success");
+            log(3, "CAIManager::SetDomian", "set llm domain:" + Printed(domain));
+            log(3, "CAIManager::start", "monitorThread_ begin.");
+            log(3, login, "authen success");
+            return;
+        }
+        if (answer.body.empty()) {
+            log(5, name, "Request get token failed,response is empty");
+        } else if (answer.isJson && code != "0") {
+            log(5, name,
+                "Request get token failed,get errorcode:" + Printed(code) + ",rsp is:" + body);
+        } else {
+            log(5, name, "Request get token failed,rsp is:" + body);
+            log(5, name, "Request get token failed");
+        }
+        Append(outcome.lines, road.refused);
+    };
+    const auto data = R"({"accessToken":"later","expireTime":"7200","areaDomain":")" + base + "\"}";
+    road.members = {{good, "errorCode", R"("0")", "/errorCode"},
+                    {good, "data", data, "/data"},
+                    {good, "accessToken", R"("later")", "/data/accessToken"},
+                    {good, "expireTime", R"("7200")", "/data/expireTime"},
+                    {good, "areaDomain", '"' + base + '"', "/data/areaDomain"}};
+    return road;
+}
+
+Road Query(const std::string&) {
+    const std::string name = "AISession::ExecuteQuery";
+    const Answer good = QueryAnswer();
+    Road road{"Query", "POST", kQuery, kQuery + "$", 3, good, RunQuery};
+    road.failedText = "2: client send message failed";
+    road.refusal = Line(5, name, "http client send message failed,errcode:#");
+    road.refused = {Line(5, name, "http client send message failed")};
+    road.answered = [=](const Answer& answer, Outcome& outcome) {
+        const auto body = Printed(answer.body);
+        const auto message = answer.at("/message");
+        const auto code = answer.at("/errorCode");
+        const bool forbidden = message.find("CCF083001") != std::string::npos;
+        outcome.result = code == "0";
+        outcome.lines = {
+            Line(3, name, "request:" + kQueryBody + ",http client get response:" + body)};
+        if (answer.body.empty()) {
+            outcome.text = "6: response is empty";
+            outcome.lines.push_back(Line(5, name, "response is empty"));
+        } else if (!answer.isJson) {
+            outcome.text = "6: ";
+            outcome.lines.push_back(Line(4, name, "set_str failed,rsp:" + body));
+        } else if (!outcome.result) {
+            outcome.text = (forbidden ? "4: " : "6: ") + message;
+            outcome.lines.push_back(
+                Line(5, name,
+                     "http client get response:" + Printed(message) + ",errcode:" + Printed(code)));
+        } else {
+            outcome.text = answer.at("/data/resultStr");
+            if (outcome.text.empty())
+                outcome.lines.push_back(
+                    Line(4, name, "data is empty,http client get response:" + body));
+        }
+    };
+    road.members = {{good, "errorCode", R"("0")", "/errorCode"},
+                    {Refusal(), "errorCode", R"("7")", "/errorCode"},
+                    {Refusal(), "message", R"("no")", "/message"},
+                    {good, "data", R"({"resultStr":"answer"})", "/data"},
+                    {good, "resultStr", R"("answer")", "/data/resultStr"}};
+    return road;
+}
+
+/// What the three roads share that go through the sender of feedback.
+Road ThroughSender(const char* name, const std::string& path, const Answer& good) {
+    Road road{name, "POST", path, path + "$", 3, good};
+    road.refusal =
+        Line(5, "UserComentManager::SendToCloud", "http client send message failed,errcode:#");
+    road.refused = {Line(5, "UserComentManager::SendToCloud", "http client send message failed")};
+    return road;
+}
+
+const std::string kPictures = "UserComentManager::UpLoadPics";
+const std::string kPush = kPictures + "::PushPicToS3";
+const Lines kNoPicture = {Line(5, "UserComentManager::UpLoadComments", "Upload pic to S3 failed!")};
+const Lines kNotPushed = {Line(3, kPictures, "push 1 pic to s3"), kNoPicture[0]};
+
+/// What follows when the picture reached the storage under this key.
+void Pushed(const std::string& key, Outcome& outcome) {
+    outcome.result = true;
+    outcome.text = "f-1";
+    Append(outcome.lines, {Line(3, kPush, "Send to S3 success "), kNotPushed[0]});
+    outcome.requests.push_back("POST " + kFeedback);
+    outcome.sent = R"("feedbackImageKeys":[")" + key + "\"]";
+}
+
+Road Slots(const std::string& base) {
+    const Answer good = SlotAnswer(base);
+    Road road = ThroughSender("Slots", kUpload, good);
+    road.run = [](std::string& id) { return Submit({"AQID"}, id); };
+    road.failedText = "kept";
+    Append(road.refused, kNoPicture);
+    road.answered = [=](const Answer& answer, Outcome& outcome) {
+        const auto url = answer.at(kSlots + "[1]/url");
+        if (answer.at("/errorCode") != "0") {
+            if (answer.isJson && !answer.body.empty())
+                outcome.lines.push_back(Line(5, kPictures, "get S3 URL failed"));
+            Append(outcome.lines, kNoPicture);
+        } else if (url == SlotUrl(base)) {
+            outcome.requests.push_back("PUT " + kPutTarget);
+            Pushed(answer.at(kSlots + "[1]/imageKey"), outcome);
+        } else {
+            if (!answer.at(kSlots).empty()) outcome.lines.emplace_back("4 Oak refused URL");
+            Append(outcome.lines, kNotPushed);
+        }
+    };
+    const auto slot = R"({"imageKey":"k","url":")" + SlotUrl(base) + "\"}";
+    const auto list = R"([{"uploadInfoList":[)" + slot + "]}]";
+    road.members = {{good, "errorCode", R"("0")", "/errorCode"},
+                    {good, "data", R"({"imageList":)" + list + "}", "/data"},
+                    {good, "imageList", list, "/data/imageList"},
+                    {good, "uploadInfoList", '[' + slot + ']', kSlots},
+                    {good, "imageKey", R"("k")", kSlots + "[1]/imageKey"},
+                    {good, "url", '"' + SlotUrl(base) + '"', kSlots + "[1]/url"}};
+    return road;
+}
+
+/// Sent once, and its answer is not looked into.
+Road Put(const std::string& base) {
+    Road road{"Put", "PUT", kPutTarget, std::string(gateway::kStoragePrefix), 1, {"stored"}};
+    road.run = Slots(base).run;
+    road.failedText = "kept";
+    road.requestsBefore = {"POST " + kUpload};
+    road.refusal = Line(5, kPush, "Send to S3 failed");
+    road.refused = kNotPushed;
+    road.answered = [](const Answer&, Outcome& outcome) { Pushed("k", outcome); };
+    return road;
+}
+
+Road Feedback(const std::string&) {
+    const Answer good = FeedbackAnswer();
+    Road road = ThroughSender("Feedback", kFeedback, good);
+    road.run = [](std::string& id) { return Submit({}, id); };
+    road.failedText = "kept";
+    road.answered = [](const Answer& answer, Outcome& outcome) {
+        const auto code = answer.at("/errorCode");
+        outcome.result = code == "0";
+        if (outcome.result) {
+            outcome.text = answer.at("/data/feedbackId");
+        } else if (answer.isJson && !answer.body.empty()) {
+            outcome.lines.push_back(
+                Line(5, "UserComentManager::UpLoadComments",
+                     "http client get response:" + Printed(answer.at("/message")) +
+                         ",errcode:" + Printed(code)));
+        }
+    };
+    road.members = {{good, "errorCode", R"("0")", "/errorCode"},
+                    {Refusal(), "errorCode", R"("7")", "/errorCode"},
+                    {Refusal(), "message", R"("no")", "/message"},
+                    {good, "data", R"({"feedbackId":"f-1"})", "/data"},
+                    {good, "feedbackId", R"("f-1")", "/data/feedbackId"}};
+    return road;
+}
+
+Road Cancel(const std::string&) {
+    Road road = ThroughSender("Cancel", kCancel, CancelAnswer());
+    road.run = [](std::string&) { return Veltra::Veltra_CancleComments("f-1"); };
+    road.answered = [](const Answer& answer, Outcome& outcome) {
+        outcome.result = answer.at("/errorCode") == "0";
+    };
+    road.members = {{road.good, "errorCode", R"("0")", "/errorCode"}};
+    return road;
+}
+
+}  // namespace
+
+std::string Line(int level, const std::string& operation, const std::string& text) {
+    return std::to_string(level) + " Veltra::" + operation + ' ' + text;
+}
+
+Outcome Road::expected(const Fate& fate, std::size_t repeats) const {
+    Outcome outcome{false, failedText, begins, requestsBefore, {}};
+    const auto* answer = std::get_if<Answer>(&fate);
+    const std::size_t tries = answer != nullptr ? 1 : attempts;
+    outcome.requests.insert(outcome.requests.end(), tries + repeats, method + ' ' + target);
+    if (answer != nullptr) {
+        answered(*answer, outcome);
+    } else if (const auto* failure = std::get_if<NotSent>(&fate)) {
+        outcome.lines.insert(outcome.lines.end(), tries, "4 Oak " + failure->reason);
+        Append(outcome.lines, notSent.empty() ? refused : notSent);
+    } else {
+        std::string line = refusal;
+        if (const auto at = line.find('#'); at != std::string::npos)
+            line.replace(at, 1, std::to_string(std::get<Refused>(fate).status));
+        outcome.lines.insert(outcome.lines.end(), tries, line);
+        Append(outcome.lines, refused);
+    }
+    return outcome;
+}
+
+Road MakeRoad(const std::string& name, const std::string& base) {
+    for (const auto make : {Probe, Token, Query, Slots, Put, Feedback, Cancel}) {
+        Road road = make(base);
+        if (road.name == name) return road;
+    }
+    return {};
+}
+
+std::map<std::string, std::string> GoodAnswers(const std::string& base) {
+    std::map<std::string, std::string> answers;
+    for (const char* name : kRoadNames) {
+        const Road road = MakeRoad(name, base);
+        answers[road.target] = road.good.body;
+    }
+    answers["/" + kToken] = answers[kToken];
+    return answers;
+}
+
+bool RunQuery(std::string& text) {
+    const auto message = std::make_shared<Veltra::CHumanMessage>();
+    message->SetElements("k", {});
+    message->SetSessionID("t-1");
+    const auto session = Veltra::CAiHelper({}, "").GetLLMSessionItem({});
+    std::shared_ptr<Veltra::CLLMMessage> answer;
+    const bool result = session->ExecuteQuery(message, answer);
+    std::int32_t code = 0;
+    std::string failure;
+    session->GetErrorInfo(code, failure);
+    text = result && code == 0 && failure.empty() ? answer->GetContent()
+                                                  : std::to_string(code) + ": " + failure;
+    return result;
+}
+
+}  // namespace faults
