@@ -184,6 +184,8 @@ class Gateway::Impl {
     std::map<std::string, Answer> answers_;
 
  private:
+    std::vector<Fault> faultsFor(const Request& request);
+    HttpReply told(const Request& request, HttpReply reply, const Fault* fault) const;
     HttpReply apply(const Fault& fault, const Request& request, int relayPort);
     Answer answerOf(const Request& request);
     HttpReply instead(int relayPort, Sabotage plan) {
@@ -247,11 +249,25 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
     }
     log_.add(request);
     changes_.note();
-    for (const auto& fault : faults_.take(request.path)) {
-        if (fault.kind != FaultKind::Delay) return apply(fault, request, from.relayPort);
+    const auto faults = faultsFor(request);
+    for (const auto& fault : faults) {
+        if (fault.kind != FaultKind::Delay)
+            return told(request, apply(fault, request, from.relayPort), &fault);
         changes_.sleep(std::clamp(std::chrono::milliseconds(fault.number), kNoTime, kLongestDelay));
     }
-    return {answerOf(request)};
+    return told(request, {answerOf(request)}, faults.empty() ? nullptr : &faults.front());
+}
+
+std::vector<Fault> Gateway::Impl::faultsFor(const Request& request) {
+    auto faults = faults_.take(request.path);
+    auto picked = options_.pickFault ? options_.pickFault(request) : std::nullopt;
+    if (picked) faults.push_back(std::move(*picked));
+    return faults;
+}
+
+HttpReply Gateway::Impl::told(const Request& request, HttpReply reply, const Fault* fault) const {
+    if (options_.onAnswer) options_.onAnswer(request, reply.answer, fault);
+    return reply;
 }
 
 // The host is asked to stop only when the answer is on its way, so that the asker gets it.

@@ -51,6 +51,10 @@ std::optional<std::vector<Template>> parseTemplates(const std::string& json, std
 /// What is wrong with the server's certificate. caPem() always gives a sound authority.
 enum class Certificate { Good, Expired, SelfSigned, WrongHost };
 
+struct Answer;
+struct Fault;
+struct Request;
+
 struct Options {
     std::string address = "127.0.0.1";  ///< Numeric, IPv4 or IPv6.
     int port = 0;                       ///< 0: one that the system picks.
@@ -70,6 +74,13 @@ struct Options {
     std::size_t maxRecordedBody = std::size_t{16} << 20;   ///< A longer body is recorded cut.
     std::size_t maxPictureBytes = std::size_t{256} << 20;  ///< The oldest pictures are forgotten.
     std::function<void()> onStopRequest;  ///< Called, on any thread, for POST /control/stop.
+    /// Asked on each request but those to /control/; what it gives comes after addFault()'s. Called
+    /// on many threads at once.
+    std::function<std::optional<Fault>(const Request&)> pickFault = {};
+    /// Told of each answer before its first byte is sent, with the fault that met the request, if
+    /// any (of a fault in place of an answer, when it has happened). Called on many threads at
+    /// once.
+    std::function<void(const Request&, const Answer&, const Fault*)> onAnswer = {};
 };
 
 struct Request {
