@@ -13,8 +13,13 @@ build_packages=(
 # What the whole check needs beyond that.
 # shellcheck disable=SC2034
 test_packages=(
-  gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev binutils git
+  gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libbenchmark-dev binutils git
+  valgrind faketime
 )
+
+# What the benchmarks need beyond the first list: their library, and what makes table and plots.
+# shellcheck disable=SC2034
+bench_packages=(libbenchmark-dev python3)
 
 say() { printf '%s\n' "$*" >&2; }
 
@@ -58,4 +63,66 @@ run_quietly() {
     die "failed with status $status: $*"
   fi
   rm -f "$log"
+}
+
+# build_programs PRESET FOLDER: builds veltra and its local gateway, and nothing else, in that folder
+# of the source tree, and goes to the root of the tree.
+build_programs() {
+  say "building into $2"
+  cd "$(dirname "${BASH_SOURCE[0]}")/.."  # the presets are read from here
+  run_quietly cmake --preset "$1" -B "$2" -DVELTRA_BUILD_TESTS=OFF -DVELTRA_BUILD_EXAMPLES=OFF \
+    -DVELTRA_BUILD_BENCH=OFF
+  run_quietly cmake --build "$2" --target veltra_program veltra-gateway
+}
+
+# run_demo FOLDER [COMMAND...]: starts the gateway that was built in the folder and runs "veltra demo"
+# against it, under the command if there is one. Once a script: how it ends is the script's end.
+run_demo() {
+  local build="$1" folder
+  shift
+  gateway_pid=
+  folder="$(mktemp -d)"
+  # shellcheck disable=SC2064  # the folder of now
+  trap "end_demo '$folder'" EXIT
+  # A signal ends the script, and the way out is the one above.
+  trap 'exit 130' INT
+  trap 'exit 143' TERM HUP
+  write_keys "$folder"
+  start_gateway "$build" "$folder"
+  "$@" "$build/tools/veltra/veltra" demo --gateway "$(<"$folder/url")" \
+    --ca-file "$folder/ca.pem" --credentials "$folder/credentials.json"
+}
+
+# A pair of keys for this run alone, told to both programs in files that nobody else can read.
+write_keys() { # FOLDER
+  local secret
+  secret="$(od -An -N16 -tx1 /dev/urandom | tr -d ' \n')"
+  (
+    umask 077
+    printf 'demo-app:%s\n' "$secret" >"$1/keys"
+    printf '{"keys":[{"appKey":"demo-app","secretKey":"%s"}],"productVersion":"1.0.0"}\n' \
+      "$secret" >"$1/credentials.json"
+  )
+}
+
+start_gateway() { # BUILD FOLDER
+  "$1/tools/gateway/veltra-gateway" --tls --ca-out "$2/ca.pem" --keys-file "$2/keys" \
+    --ready-file "$2/url" >"$2/gateway.log" 2>&1 &
+  gateway_pid=$!
+  local tries
+  for ((tries = 0; tries < 300; ++tries)); do
+    [[ -e "$2/url" ]] && return
+    kill -0 "$gateway_pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  cat "$2/gateway.log" >&2
+  die "the local gateway did not start"
+}
+
+end_demo() { # FOLDER
+  if [[ -n "$gateway_pid" ]]; then
+    kill "$gateway_pid" 2>/dev/null || true
+    wait "$gateway_pid" 2>/dev/null || true
+  fi
+  rm -rf "$1"
 }
