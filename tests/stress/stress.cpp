@@ -1,0 +1,536 @@
+// Sixteen threads call every export in random order while the gateway's faults change under way:
+//
+//     veltra_stress [--seconds N] [--seed N] [--threads N] [--stuck N]
+//
+// No answer may be lost: a query whose last request the gateway answered with success, untouched by
+// any fault, must have come back true with that very text. An operation that takes longer than
+// --stuck seconds ends the program, after the stacks of all threads have been shown. The layer runs
+// on a clock that shortens its waits and whose time of day jumps.
+
+#include "e2e/e2e_support.h"
+#include "stress/stress_support.h"
+
+#include <Oak/Base/Clock.h>
+#include <qlog/qlog.h>
+
+#include <execinfo.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+using namespace std::chrono_literals;
+using Steady = std::chrono::steady_clock;
+using Random = std::minstd_rand;
+using Count = std::atomic<unsigned long>;
+
+namespace {
+
+std::atomic<std::int64_t> clockOffsetMs{0};
+std::atomic<bool> ended{false};
+
+}  // namespace
+
+/// The TLS library is not compiled with the sanitizer, which misses the atomic counts by which its
+/// objects are shared (a session resumed on two connections, say), and would call each release of
+/// one a race. What our own code does, the locks of the TLS library's callers included, is watched.
+extern "C" const char* __tsan_default_suppressions() {  // NOLINT(bugprone-reserved-identifier)
+    return "called_from_lib:libcrypto.so\ncalled_from_lib:libssl.so\n";
+}
+
+std::int64_t Oak::Base::Clock::SystemMilliseconds() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + clockOffsetMs;
+}
+
+/// The minute after a failed renewal lasts 20 ms, the ten seconds between two checks 50.
+bool Oak::Base::Clock::WaitFor(std::condition_variable& condition,
+                               std::unique_lock<std::mutex>& lock,
+                               std::chrono::milliseconds timeout,
+                               const std::function<bool()>& wake) {
+    return condition.wait_for(lock, timeout >= 1min ? 20ms : 50ms, wake);
+}
+
+namespace {
+
+// --- what must hold ------------------------------------------------------------------------------
+
+/// Times in which a whole answer may get lost on the way although no fault met its request:
+/// connections are closed, or nobody sees the records that tell of a time-out. One at a time.
+class Disturbance {
+ public:
+    Disturbance() : lock_(mutex_) { ++epoch_; }
+    ~Disturbance() { ++epoch_; }
+    Disturbance(const Disturbance&) = delete;
+    Disturbance& operator=(const Disturbance&) = delete;
+
+    /// Odd while there is one.
+    static unsigned long Epoch() { return epoch_; }
+
+ private:
+    static inline std::mutex mutex_;
+    static inline Count epoch_{0};
+    const std::lock_guard<std::mutex> lock_;
+};
+
+thread_local bool timedOut = false;  // an exchange of this thread, since the flag was cleared
+
+/// Holds what the gateway answered against what the queries returned.
+class Answers {
+ public:
+    void Note(const gateway::Request& request, const gateway::Answer& answer, bool faulty) {
+        const std::string traceId = Between(request.body, R"("traceId":")");
+        if (request.path != gateway::kQueryPath || traceId.empty()) return;
+        const bool success = answer.body.find(R"("errorCode":"0")") != std::string::npos;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        Answer& last = answers_[traceId];
+        if (last.number > request.number) return;  // an earlier request that was served late
+        last = {request.number, success, faulty, Between(answer.body, R"("resultStr":")")};
+    }
+
+    void Judge(const std::string& traceId, bool returned, const std::string& content,
+               unsigned long epoch) {
+        const Answer last = Take(traceId);
+        if (returned) {
+            ++returnedTrue;
+            if (!last.success || last.text != content) Bad(traceId, "came back with", content);
+        } else if (!last.success || last.faulty) {
+            ++failed;
+        } else if (timedOut) {
+            ++excludedByTimeOut;
+        } else if (epoch % 2 == 1 || epoch != Disturbance::Epoch()) {
+            ++excludedByDisturbance;
+        } else {
+            Bad(traceId, "lost", last.text);
+        }
+        if (last.success && !last.faulty) ++whole;
+    }
+
+    Count whole{0};  // answers with success and no fault
+    Count returnedTrue{0};
+    Count failed{0};
+    Count excludedByTimeOut{0};
+    Count excludedByDisturbance{0};
+    Count bad{0};
+
+ private:
+    struct Answer {
+        std::uint64_t number = 0;
+        bool success = false;
+        bool faulty = false;
+        std::string text;
+    };
+
+    static std::string Between(const std::string& text, const std::string& begin) {
+        const auto found = text.find(begin);
+        if (found == std::string::npos) return {};
+        const auto start = found + begin.size();
+        return text.substr(start, text.find('"', start) - start);
+    }
+
+    Answer Take(const std::string& traceId) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = answers_.find(traceId);
+        if (found == answers_.end()) return {};
+        Answer last = std::move(found->second);
+        answers_.erase(found);
+        return last;
+    }
+
+    void Bad(const std::string& traceId, const char* what, const std::string& text) {
+        if (++bad <= 20) std::fprintf(stderr, "%s %s: %s\n", traceId.c_str(), what, text.c_str());
+    }
+
+    std::mutex mutex_;
+    std::unordered_map<std::string, Answer> answers_;
+};
+
+/// Ends the program, and shows why, when an operation of a worker doesn't end.
+class Watchdog {
+ public:
+    Watchdog(std::size_t workers, std::chrono::seconds stuck) : begun_(workers), stuck_(stuck) {
+        std::array<void*, 1> frame{};
+        backtrace(frame.data(), 1);  // loads what it needs, which a signal handler must not
+        struct sigaction action {};
+        action.sa_handler = [](int) { ShowStack(); };
+        sigaction(kSignal, &action, nullptr);
+        thread_ = std::thread([this] { Watch(); });
+    }
+    ~Watchdog() {
+        stop_ = true;
+        thread_.join();
+    }
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
+
+    void Began(std::size_t worker) { begun_[worker] = Now(); }
+    void Ended(std::size_t worker) { begun_[worker] = 0; }
+
+ private:
+    /// Of those that threads which block signals leave open, and that the thread sanitizer delivers
+    /// to a thread that waits for a lock.
+    static constexpr int kSignal = SIGFPE;
+
+    static std::int64_t Now() { return Steady::now().time_since_epoch() / 1ms; }
+
+    static void ShowStack() {
+        std::array<void*, 64> frames{};
+        const int depth = backtrace(frames.data(), static_cast<int>(frames.size()));
+        backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
+    }
+
+    void Watch() {
+        while (!stop_) {
+            std::this_thread::sleep_for(200ms);
+            for (std::size_t i = 0; i < begun_.size(); ++i) {
+                const std::int64_t begun = begun_[i];
+                if (begun != 0 && Now() - begun > stuck_ / 1ms) ShowAllAndAbort(i);
+            }
+        }
+    }
+
+    [[noreturn]] static void ShowAllAndAbort(std::size_t worker) {
+        std::fprintf(stderr, "worker %zu is stuck; the stacks of all threads:\n", worker);
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+            const int thread = std::stoi(entry.path().filename());
+            std::fprintf(stderr, "thread %d\n", thread);
+            syscall(SYS_tgkill, getpid(), thread, kSignal);
+            std::this_thread::sleep_for(50ms);  // so that the stacks don't mix
+        }
+        // A debugger, where there is one, knows the names as well.
+        prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
+        const std::string gdb = "gdb -q -batch -ex 'thread apply all bt' 1>&2 -p ";
+        static_cast<void>(std::system((gdb + std::to_string(getpid())).c_str()));  // NOLINT
+        std::abort();
+    }
+
+    std::vector<std::atomic<std::int64_t>> begun_;  // in steady milliseconds; 0: between two
+    const std::chrono::milliseconds stuck_;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+Answers answers;
+
+// --- the gateway, and its weather ----------------------------------------------------------------
+
+void MakeWeather(gateway::Gateway& server, unsigned seed) {
+    using gateway::FaultKind;
+    Random random(seed);
+    const std::string_view paths[] = {"",
+                                      gateway::kTokenPath,
+                                      gateway::kQueryPath,
+                                      gateway::kQueryPath,
+                                      gateway::kFeedbackPath,
+                                      gateway::kStoragePrefix};
+    const auto addFault = [&] {
+        gateway::Fault fault{std::string(paths[random() % std::size(paths)])};
+        fault.kind =
+            static_cast<FaultKind>(random() % (static_cast<int>(FaultKind::RefuseCode) + 1));
+        fault.number = fault.kind == FaultKind::Status ? 500 : static_cast<int>(random() % 50);
+        fault.code = "777";
+        fault.times = 1 + static_cast<int>(random() % 4);
+        server.addFault(fault);
+    };
+    while (!ended) {
+        std::this_thread::sleep_for(1ms * static_cast<int>(20 + random() % 100));
+        server.resetStalled();
+        switch (random() % 20) {
+            case 0:
+                server.expireTokens();
+                break;
+            case 1:
+                server.refuseConnections(true);
+                std::this_thread::sleep_for(10ms);
+                server.refuseConnections(false);
+                break;
+            case 2: {
+                const Disturbance disturbance;
+                server.closeIdleConnections();
+                break;
+            }
+            case 3:
+                server.clearFaults();
+                break;
+            case 4:
+                clockOffsetMs = static_cast<std::int64_t>(random() % 3) * 13 * 3600 * 1000;
+                break;
+            default:
+                addFault();
+        }
+    }
+    server.clearFaults();
+    server.resetStalled();
+}
+
+// --- the host ------------------------------------------------------------------------------------
+
+struct Host {
+    std::string domain;
+    std::string caFile;
+    std::unordered_set<std::string> phrases{Veltra::PhraseKey("secret plan")};
+    Count loginsWithPairs{0};
+    Count traceIds{0};
+};
+
+Host host;
+constexpr unsigned long kLoginsWithPairs = 64;  // their pairs stay for good
+
+/// A context of log handlers, which ends with its handler's service: a record that came later would
+/// be seen by the sanitizers.
+struct LogContext {
+    Count records{0};
+    std::array<char, 64> last{};
+};
+
+void OnRecord(int level, const char* tag, const char* message, void* context) {
+    auto& mine = *static_cast<LogContext*>(context);
+    const auto number = ++mine.records;
+    if (std::strcmp(tag, "Oak") == 0 && std::strstr(message, "time-out") != nullptr)
+        timedOut = true;
+    if (level > 5 || number % 500 != 0) return;
+    std::string time;
+    const bool known[] = {Veltra::Veltra_IsEnable(), Veltra::ConvertTime("-1d", time, 0, true),
+                          Veltra::Veltra_Enable()};
+    if (!known[2] || number % 2000 == 0) Veltra::Veltra_Unit();
+}
+
+void ChangeHandler(Random& random) {
+    static std::mutex mutex;
+    static std::unique_ptr<LogContext> current;
+    const std::lock_guard<std::mutex> lock(mutex);
+    auto next = std::make_unique<LogContext>();
+    if (random() % 4 == 0) {
+        const Disturbance unseen;
+        qlog_set_handler(nullptr, nullptr, 6);
+        qlog_set_handler(&OnRecord, next.get(), 4);
+    } else {
+        qlog_set_handler(&OnRecord, next.get(), 2 + static_cast<int>(random() % 3));
+    }
+    current = std::move(next);
+}
+
+void SetOptions(bool patient) {
+    Oak::Net::HttpClientOptions options;
+    options.caFile = host.caFile;
+    options.connectTimeoutMs = 5000;
+    options.totalTimeoutMs = patient ? 20000 : 300;
+    Oak::Net::SetHttpClientOptions(options);
+}
+
+class Worker {
+ public:
+    Worker(std::size_t index, long seed, Watchdog& watchdog)
+        : index_(index),
+          random_(static_cast<unsigned>(seed) * 1000 + static_cast<unsigned>(index) + 1),
+          watchdog_(watchdog) {}
+
+    void Run() {
+        while (!ended) {
+            watchdog_.Began(index_);
+            Step();
+            watchdog_.Ended(index_);
+        }
+    }
+
+    struct Operation {
+        unsigned weight;
+        const char* name;
+        void (Worker::*run)();
+    };
+    static const std::vector<Operation> operations;
+    static inline std::array<Count, 16> done{};
+
+ private:
+    void Step() {
+        auto dice = static_cast<unsigned>(random_() % 1000);
+        std::size_t i = 0;
+        while (i + 1 < operations.size() && dice >= operations[i].weight)
+            dice -= operations[i++].weight;
+        (this->*operations[i].run)();
+        ++done[i];
+    }
+
+    bool OneIn(unsigned n) { return random_() % n == 0; }
+
+    void Query() {
+        const std::string traceId = "t" + std::to_string(++host.traceIds);
+        auto filled = std::make_shared<Veltra::CHumanMessage>();
+        filled->SetElements("greeting",
+                            {{"name", OneIn(20) ? "a secret plan" : traceId}, {"place", "here"}});
+        filled->SetSessionID(traceId);
+        filled->SetFilterType(static_cast<Veltra::FilterType>(random_() % 6));
+        if (OneIn(3)) filled->SetSensitiveContent({"some", OneIn(4) ? "forbidden" : "text"});
+        auto message = std::make_shared<Veltra::CHumanMessage>(*filled);  // shares the record
+        if (OneIn(2)) message = std::make_shared<Veltra::CHumanMessage>(std::move(*filled));
+        if (OneIn(50)) message = filled;  // possibly moved from
+
+        Veltra::CAiHelper copy = helper_;
+        const auto session = copy.GetLLMSessionItem(Veltra::LLMType::Default);
+        std::shared_ptr<Veltra::CLLMMessage> answer;
+        const unsigned long epoch = Disturbance::Epoch();
+        timedOut = false;
+        const bool returned = session->ExecuteQuery(message, answer);
+        answers.Judge(traceId, returned, answer ? answer->GetContent() : "", epoch);
+        std::int32_t code = 0;
+        std::string text;
+        session->GetErrorInfo(code, text);
+        if (returned != (code == 0) || returned != (answer != nullptr) ||
+            session->GetSessionText() != "")
+            Wrong("error after a query", std::to_string(code) + ' ' + text);
+    }
+
+    void LogIn() {
+        std::vector<Veltra::CAccessKey> pairs;
+        const auto number = OneIn(4) ? host.loginsWithPairs++ : kLoginsWithPairs;
+        // The last is good: a renewal that has come to it stays with it.
+        if (number < kLoginsWithPairs) pairs = {{"good", "secret"}};
+        if (!pairs.empty() && OneIn(3)) pairs.insert(pairs.begin(), {"bad", "secret"});
+        auto info = std::make_shared<Veltra::CLicenseInfo>();
+        info->SetLicenseKey("", pairs);
+        info->SetProductVersion("5." + std::to_string(number));
+        const auto other = std::make_shared<Veltra::CLicenseInfo>(std::move(*info));
+        Veltra::Veltra_Authentication(Veltra::ProductType::Default, OneIn(20) ? info : other);
+    }
+
+    void Submit() {
+        auto comment = std::make_shared<Veltra::LLMComment>("t1");
+        comment->SetComments("as it should be");
+        comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(random_() % 5));
+        comment->SetLLMErrType(Veltra::LLMErrType::Default);
+        comment->SetCountry("NZ");
+        comment->SetPictures({stress::Picture(100), stress::Picture(random_() % 60000)});
+        const auto other = std::make_shared<Veltra::LLMComment>(std::move(*comment));
+        std::string id;
+        const bool sent = Veltra::Veltra_SubmitComments(OneIn(20) ? comment : other, id);
+        if (sent == id.empty()) Wrong("feedback id", id);
+        if (sent) feedbackId_ = id;
+    }
+
+    void SetWords() {
+        auto phrases = host.phrases;
+        for (auto more = random_() % 50; more > 0; --more)
+            phrases.insert(Veltra::PhraseKey(std::to_string(random_())));
+        Veltra::Veltra_SetsitiveWords(phrases, static_cast<std::uint32_t>(random_() % 4));
+    }
+
+    void Convert() {
+        std::string time;
+        if (!Veltra::ConvertTime(OneIn(2) ? "-1d" : "+0w", time, 1700000000, true) ||
+            time.substr(0, 8) != "2023-11-")
+            Wrong("time", time);
+        Veltra::ConvertTime("-1x", time, -1, false);
+    }
+
+    void SetDomain() { Veltra::Veltra_SetDomain(OneIn(4) ? "https://127.0.0.1:1" : host.domain); }
+    void Probe() { Veltra::Veltra_IsDomainValid(OneIn(4) ? "no url" : host.domain); }
+    void SetWeek() {
+        Veltra::SetFirstDayOfWeek(static_cast<Veltra::FirstDayOfWeek>(random_() % 9));
+    }
+    void Cancel() { Veltra::Veltra_CancleComments(feedbackId_); }
+    void Enable() { Veltra::Veltra_Enable(); }
+    void Disable() { Veltra::Veltra_Disable(); }
+    void Unit() { Veltra::Veltra_Unit(); }
+    void IsEnable() { Veltra::Veltra_IsEnable(); }
+    void IsValid() { Veltra::Veltra_IsLLMServiceValid(); }
+    void Handler() { ChangeHandler(random_); }
+    void Options() { SetOptions(!OneIn(8)); }
+
+    static void Wrong(const char* what, const std::string& detail) {
+        if (++answers.bad <= 20) std::fprintf(stderr, "%s: %s\n", what, detail.c_str());
+    }
+
+    const std::size_t index_;
+    Random random_;
+    Watchdog& watchdog_;
+    Veltra::CAiHelper helper_{Veltra::ProductType::Default, ""};
+    std::string feedbackId_;
+};
+
+const std::vector<Worker::Operation> Worker::operations = {
+    {2, "Disable", &Worker::Disable},
+    {3, "Unit", &Worker::Unit},
+    {5, "SetDomain", &Worker::SetDomain},
+    {10, "IsDomainValid", &Worker::Probe},
+    {20, "Authentication", &Worker::LogIn},
+    {65, "Enable", &Worker::Enable},
+    {30, "IsEnable", &Worker::IsEnable},
+    {30, "IsLLMServiceValid", &Worker::IsValid},
+    {20, "SetsitiveWords", &Worker::SetWords},
+    {100, "ConvertTime", &Worker::Convert},
+    {20, "SetFirstDayOfWeek", &Worker::SetWeek},
+    {60, "SubmitComments", &Worker::Submit},
+    {60, "CancleComments", &Worker::Cancel},
+    {10, "qlog_set_handler", &Worker::Handler},
+    {10, "SetHttpClientOptions", &Worker::Options},
+    {555, "ExecuteQuery", &Worker::Query}};
+
+int Report(FILE* report) {
+    bool good = answers.bad == 0 && answers.whole > 0 && answers.returnedTrue > 0;
+    for (std::size_t i = 0; i < Worker::operations.size(); ++i) {
+        std::fprintf(report, "%-22s %9lu\n", Worker::operations[i].name, Worker::done[i].load());
+        good = good && Worker::done[i] > 0;
+    }
+    std::fprintf(
+        report,
+        "queries true %lu, failed as they had to %lu; whole answers %lu, of which excluded "
+        "by a time-out %lu, by a disturbance %lu; bad %lu\n",
+        answers.returnedTrue.load(), answers.failed.load(), answers.whole.load(),
+        answers.excludedByTimeOut.load(), answers.excludedByDisturbance.load(), answers.bad.load());
+    return good ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::map<std::string, long> given{{"--seconds", 60},
+                                      {"--seed", std::random_device()() % 100000},
+                                      {"--threads", 16},
+                                      {"--stuck", 120}};
+    stress::ReadArguments(argc, argv, given);
+    FILE* const report = stress::DivertedOutput();
+    std::fprintf(report, "seed %ld\n", given["--seed"]);
+
+    gateway::Options options = e2e::Serve(true);
+    options.maxRecordedRequests = 10;
+    options.maxPictureBytes = std::size_t{1} << 20;
+    options.onAnswer = [](const gateway::Request& request, const gateway::Answer& answer,
+                          const gateway::Fault* fault) {
+        answers.Note(request, answer, fault != nullptr);
+    };
+    gateway::Gateway server(options);
+    if (!server.start()) return 3;
+    const e2e::TemporaryFile ca(server.caPem());
+    host.domain = server.baseUrl();
+    host.caFile = ca.Path();
+    Random random(1);
+    ChangeHandler(random);
+    SetOptions(true);
+    Veltra::Veltra_Enable();
+    if (!Veltra::Veltra_SetDomain(host.domain) || !e2e::LogIn()) return 3;
+
+    Watchdog watchdog(static_cast<std::size_t>(given["--threads"]),
+                      std::chrono::seconds(given["--stuck"]));
+    std::thread weather([&] { MakeWeather(server, static_cast<unsigned>(given["--seed"])); });
+    std::vector<std::thread> workers;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(given["--threads"]); ++i)
+        workers.emplace_back([&, i] { Worker(i, given["--seed"], watchdog).Run(); });
+    std::this_thread::sleep_for(std::chrono::seconds(given["--seconds"]));
+    ended = true;
+    weather.join();
+    for (auto& worker : workers)
+        worker.join();
+    qlog_set_handler(nullptr, nullptr, 6);
+    return Report(report);
+}
