@@ -120,6 +120,8 @@ struct Utf8 : json::UTF8<> {
     }
 };
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): an allocator, with a Realloc that new doesn't have.
+
 /// The library uses what an allocator returns unchecked: a failure must not come back as null.
 class ThrowingAllocator {
  public:
@@ -139,6 +141,8 @@ class ThrowingAllocator {
         return block;
     }
 };
+
+// NOLINTEND(cppcoreguidelines-no-malloc)
 
 // All values lie in a pool that is freed as a whole, so that freeing doesn't recurse either.
 using Pool = json::MemoryPoolAllocator<ThrowingAllocator>;

@@ -148,6 +148,7 @@ class Registry {
         Waiter self{{}, waiters_};
         waiters_ = &self;
         self.callEnded.wait(lock, [&] { return !IsCalledBefore(generation); });
+        // cppcheck-suppress danglingLifetime; that is what takes it out
         Unlink(waiters_, &self);
     }
 
@@ -188,8 +189,8 @@ void CallHandler(const Handler& handler, int level, const char* tag, const char*
 }
 
 void Deliver(int level, const char* tag, const char* message) {
-    Handler handler;
-    Call call;
+    Handler handler{};
+    Call call{};
     if (!registry.BeginCall(level, handler, call)) return;
     CallHandler(handler, level, tag, message);
     registry.EndCall(call);

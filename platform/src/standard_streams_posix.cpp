@@ -38,8 +38,8 @@ class PipeSignalHeldBack {
         }
     }
 
-    sigset_t pipeSignal_;
-    sigset_t maskBefore_;
+    sigset_t pipeSignal_{};
+    sigset_t maskBefore_{};
     bool pendingBefore_ = false;
     bool raised_ = false;
 };

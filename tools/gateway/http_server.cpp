@@ -204,6 +204,7 @@ class HttpServer::Impl {
     std::optional<Handshake> handshake_;  // with TLS only
 
  private:
+    // cppcheck-suppress returnTempReference; a cast to the base
     httplib::Server& server() { return tls_ ? static_cast<httplib::Server&>(*tls_) : *plain_; }
 
     template <typename Use>

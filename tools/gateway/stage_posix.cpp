@@ -249,8 +249,8 @@ void Stage::loop() {
         for (std::size_t i = 0; i < known; ++i)
             serve(connections_[i], polled[2 + 2 * i].revents, polled[3 + 2 * i].revents);
         if (polled[0].revents != 0) {
-            while (read(wakeRead_, drained.data(), drained.size()) > 0)
-                continue;
+            while (read(wakeRead_, drained.data(), drained.size()) > 0) {
+            }
             runTasks();
         }
         if (accepting && polled[1].revents != 0) acceptClients();
@@ -325,7 +325,7 @@ void Stage::serve(Connection& c, short clientEvents, short serverEvents) {
 }
 
 void Stage::readClient(Connection& c) {
-    std::array<char, kBlock> block;
+    std::array<char, kBlock> block{};
     std::size_t size = 0;
     const Io result = readSome(c.client, block, size);
     if (result == Io::Later) return;
@@ -353,7 +353,7 @@ void Stage::flushToServer(Connection& c) {
 }
 
 void Stage::readServer(Connection& c) {
-    std::array<char, kBlock> block;
+    std::array<char, kBlock> block{};
     std::size_t size = 0;
     switch (readSome(c.server, block, size)) {
         case Io::Later:

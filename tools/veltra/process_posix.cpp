@@ -35,6 +35,7 @@ void prepareStandardStreams() {
         if (fcntl(descriptor, F_GETFD) != -1) continue;
         // The wrong way round on purpose: what was closed fails on use, as the user is told then.
         // The lowest free descriptor is the one just found closed.
+        // cppcheck-suppress leakReturnValNotUsed; it stays open for good
         static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
     }
 }
