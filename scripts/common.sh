@@ -65,11 +65,10 @@ run_quietly() {
   rm -f "$log"
 }
 
-# build_programs PRESET FOLDER: builds veltra and its local gateway, and nothing else, in that folder
-# of the source tree, and goes to the root of the tree.
+# build_programs PRESET FOLDER: builds veltra and its local gateway, and nothing else, in that folder.
+# Called at the root of the tree, as what follows.
 build_programs() {
   say "building into $2"
-  cd "$(dirname "${BASH_SOURCE[0]}")/.."  # the presets are read from here
   run_quietly cmake --preset "$1" -B "$2" -DVELTRA_BUILD_TESTS=OFF -DVELTRA_BUILD_EXAMPLES=OFF \
     -DVELTRA_BUILD_BENCH=OFF
   run_quietly cmake --build "$2" --target veltra_program veltra-gateway

@@ -55,7 +55,7 @@ bool inChild = false;
 
 [[noreturn]] void EndChild(const std::string& how, char** argv, const std::string& sockets) {
     inChild = true;
-    alarm(10);
+    alarm(20);
     if (how == "fork_exec") {
         execl("/proc/self/exe", argv[0], "sockets", sockets.c_str(), nullptr);
         _exit(96);
@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
     if (!lifetime::Reach(argv[1], argv[2], argv[3], &Meet)) _exit(98);
 
     const std::string end = argv[4];
-    alarm(10);  // an end that hangs ends here
+    alarm(20);  // an end that hangs ends here
     if (end.starts_with("fork")) return Fork(end, argv, sockets);
     if (end == "exit") std::exit(0);  // NOLINT(concurrency-mt-unsafe)
     if (end == "quick") _exit(0);

@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
         using Run = bool (*)(const char*, const char*, const char*, void (*)(const char*));
         const auto run = reinterpret_cast<Run>(dlsym(module, "lifetime_plugin_run"));
         if (run == nullptr || !run(argv[1], argv[2], argv[3], &Meet)) Fail("the plugin failed");
-        alarm(10);  // an unload that hangs ends here
+        alarm(20);  // an unload that hangs ends here
         dlclose(module);
         if (dlopen("libveltra.so.1", RTLD_NOW | RTLD_NOLOAD) != nullptr) Fail("still loaded");
     }
