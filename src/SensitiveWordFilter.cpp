@@ -2,13 +2,17 @@
 
 #include <Veltra/PhraseKey.h>
 
+#include <boost/container/small_vector.hpp>
 #include <boost/thread/lock_types.hpp>
 #include <boost/tokenizer.hpp>
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <charconv>
+#include <cstddef>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 namespace Veltra {
 
@@ -25,11 +29,37 @@ struct Slice {
     }
 };
 
-using Separator = boost::char_separator<char>;
-using Tokenizer = boost::tokenizer<Separator, const char*, Slice>;
+using ByteSet = std::array<bool, 256>;
 
-constexpr const char* kSentenceDelimiters = "-;|?.!,:()...<>[]{}\"";
-constexpr const char* kWordDelimiter = " ";
+constexpr ByteSet Bytes(std::string_view text) {
+    ByteSet set{};
+    for (const char byte : text)
+        set[static_cast<unsigned char>(byte)] = true;
+    return set;
+}
+
+constexpr ByteSet kSentenceDelimiters = Bytes("-;|?.!,:()...<>[]{}\"");
+constexpr ByteSet kWordDelimiter = Bytes(" ");
+
+/// Tells the tokenizer that any run of delimiters parts two tokens and none is empty. Each byte
+/// costs a look into a table, and the tokenizer's many copies of this cost nothing.
+template <const ByteSet& delimiters>
+struct PartedBy {
+    static bool IsDelimiter(char byte) { return delimiters[static_cast<unsigned char>(byte)]; }
+
+    void reset() {}
+
+    template <class Token>
+    bool operator()(const char*& next, const char* end, Token& token) const {
+        const char* const begin = std::find_if_not(next, end, IsDelimiter);
+        next = std::find_if(begin, end, IsDelimiter);
+        token.assign(begin, next);
+        return begin != end;
+    }
+};
+
+using Sentences = boost::tokenizer<PartedBy<kSentenceDelimiters>, const char*, Slice>;
+using SentenceWords = boost::tokenizer<PartedBy<kWordDelimiter>, const char*, Slice>;
 
 /// The number that a key stands for, if it is written as PhraseKey writes it.
 std::optional<std::uint64_t> KeyNumber(std::string_view key) {
@@ -41,24 +71,57 @@ std::optional<std::uint64_t> KeyNumber(std::string_view key) {
     return number;
 }
 
-void AddBytes(PhraseHash& hash, const Slice& word) {
+void AddWord(PhraseHash& hash, const Slice& word) {
     for (const char* byte = word.first; byte != word.last; ++byte)
         hash.Add(*byte);
 }
 
+/// The phrases of a sentence that end with the word taken last. Their hashes go on with the next
+/// word, so no phrase is hashed from its beginning twice.
+class LastPhrases {
+ public:
+    /// `limit`: the most words of a phrase, 1 at least.
+    explicit LastPhrases(std::uint32_t limit) : limit_(limit) {}
+
+    void BeginSentence() { hashes_.clear(); }
+
+    void Take(const Slice& word) {
+        if (hashes_.size() == limit_) hashes_.erase(hashes_.begin());
+        for (PhraseHash& hash : hashes_) {
+            hash.Add(' ');
+            AddWord(hash, word);
+        }
+        AddWord(hashes_.emplace_back(), word);
+    }
+
+    auto begin() const { return hashes_.begin(); }
+    auto end() const { return hashes_.end(); }
+
+ private:
+    const std::uint32_t limit_;
+    boost::container::small_vector<PhraseHash, 8> hashes_;  // longest first
+};
+
 }  // namespace
 
-SensitiveWordFilter::SensitiveWordFilter() : words_(std::make_shared<WordList>()) {}
+SensitiveWordFilter::WordList::WordList(std::uint32_t mostWords,
+                                        const std::unordered_set<std::string>& texts)
+    : limit(mostWords) {
+    keys.reserve(texts.size());
+    for (const std::string& text : texts) {
+        if (const auto number = KeyNumber(text)) keys.insert(*number);
+    }
+    marks.resize(std::bit_ceil(keys.size() * 16 + 1));
+    for (const std::uint64_t key : keys)
+        marks[key & (marks.size() - 1)] = true;
+}
+
+SensitiveWordFilter::SensitiveWordFilter()
+    : words_(std::make_shared<WordList>(3, std::unordered_set<std::string>())) {}
 
 void SensitiveWordFilter::SetWords(const std::unordered_set<std::string>& keys,
                                    const std::uint32_t& limit) {
-    auto words = std::make_shared<WordList>();
-    words->limit = limit;
-    words->keys.reserve(keys.size());
-    for (const std::string& key : keys) {
-        if (const auto number = KeyNumber(key)) words->keys.insert(*number);
-    }
-    std::shared_ptr<const WordList> next = std::move(words);
+    std::shared_ptr<const WordList> next = std::make_shared<WordList>(limit, keys);
     const boost::unique_lock<boost::shared_mutex> lock(mutex_);
     words_.swap(next);  // the list before is freed after the lock: `next` was made before it
 }
@@ -70,32 +133,16 @@ std::shared_ptr<const SensitiveWordFilter::WordList> SensitiveWordFilter::Words(
 
 bool SensitiveWordFilter::HasSensitiveWords(const std::string& text) const {
     const std::shared_ptr<const WordList> list = Words();
-    if (list->keys.empty()) return false;
+    if (list->keys.empty() || list->limit == 0) return false;
 
-    // The hash of a phrase goes on from that of the phrase one word shorter, so each start of a
-    // sentence is hashed once, up to the limit, instead of once for every length.
-    const auto startsPhrase = [&list](const std::vector<Slice>& words, std::size_t start) {
-        PhraseHash hash;
-        const std::size_t most = std::min<std::size_t>(list->limit, words.size() - start);
-        for (std::size_t count = 0; count < most; ++count) {
-            if (count > 0) hash.Add(' ');
-            AddBytes(hash, words[start + count]);
-            if (list->keys.contains(hash.Value())) return true;
-        }
-        return false;
-    };
-
+    const auto isListed = [&list](const PhraseHash& hash) { return list->Contains(hash.Value()); };
     const char* const begin = text.data();
-    const Separator sentenceSeparator(kSentenceDelimiters);
-    const Separator wordSeparator(kWordDelimiter);
-    std::vector<Slice> words;
-    for (const Slice& sentence : Tokenizer(begin, begin + text.size(), sentenceSeparator)) {
-        words.clear();
-        for (const Slice& word : Tokenizer(sentence.first, sentence.last, wordSeparator)) {
-            words.push_back(word);
-        }
-        for (std::size_t start = 0; start < words.size(); ++start) {
-            if (startsPhrase(words, start)) return true;
+    LastPhrases phrases(list->limit);
+    for (const Slice& sentence : Sentences(begin, begin + text.size(), {})) {
+        phrases.BeginSentence();
+        for (const Slice& word : SentenceWords(sentence.first, sentence.last, {})) {
+            phrases.Take(word);
+            if (std::any_of(phrases.begin(), phrases.end(), isListed)) return true;
         }
     }
     return false;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 namespace Veltra {
 
@@ -29,8 +30,18 @@ class SensitiveWordFilter {
  private:
     /// The keys are kept as numbers: a look-up needs no text then.
     struct WordList {
-        std::uint32_t limit = 3;
+        WordList(std::uint32_t mostWords, const std::unordered_set<std::string>& texts);
+
+        bool Contains(std::uint64_t key) const {
+            return marks[key & (marks.size() - 1)] && keys.contains(key);
+        }
+
+        std::uint32_t limit;
         std::unordered_set<std::uint64_t> keys;
+        /// Sixteen bits a key at least, a power of two of them; each key sets the one at its low
+        /// bits. Nearly every phrase of a harmless text ends here, in memory small enough to stay
+        /// close to the processor.
+        std::vector<bool> marks;
     };
 
     std::shared_ptr<const WordList> Words() const;
