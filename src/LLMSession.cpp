@@ -13,6 +13,7 @@
 #include <boost/algorithm/string/predicate.hpp>
 
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Veltra {
@@ -55,6 +56,7 @@ std::string QueryBody(const CHumanMessageIMP& record, const std::string& traceId
     const auto quoted = [&body](std::string_view text) { AppendQuoted(body, text); };
     const auto member = [&body](const auto& pair) { AppendMember(body, pair.first, pair.second); };
 
+    body.reserve(2048);  // most bodies whole, instead of growing there by doubling
     body += '{';
     AppendMember(body, "traceId", traceId);
     body += ',';
@@ -160,11 +162,12 @@ bool AISession::Prepare(Query& query, const CHumanMessageIMP& inputs) {
         errorCode_ = kSensitive;
         return false;
     }
-    std::string traceId = inputs.sessionId;
-    if (traceId.empty()) {
-        traceId = Oak::Base::GuidUtil::CreateGuid();
-        VELTRA_LOG(query.operation, 4, "sessionID isempty,set id is:%s", traceId.c_str());
+    if (!inputs.sessionId.empty()) {
+        query.body = QueryBody(inputs, inputs.sessionId);
+        return true;
     }
+    const std::string traceId = Oak::Base::GuidUtil::CreateGuid();
+    VELTRA_LOG(query.operation, 4, "sessionID isempty,set id is:%s", traceId.c_str());
     query.body = QueryBody(inputs, traceId);
     return true;
 }
@@ -208,12 +211,12 @@ bool AISession::Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const 
     }
     const std::string errorCode = document->get_str("/errorCode", "");
     if (errorCode == "0") {
-        const std::string content = document->get_str("/data/resultStr", "");
+        std::string content = document->get_str("/data/resultStr", "");
         if (content.empty()) {
             VELTRA_LOG(query.operation, 4, "data is empty,http client get response:%s",
                        query.response.c_str());
         }
-        result = std::make_shared<AIMessage>(content);
+        result = std::make_shared<AIMessage>(std::move(content));
         return true;
     }
     query.refusal = document->get_str("/message", "");

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Veltra {
 
@@ -38,7 +39,7 @@ class AISession final : public CLLMSession {
 /// The one implementation of an answer.
 class AIMessage final : public CLLMMessage {
  public:
-    explicit AIMessage(const std::string& content) : content_(content) {}
+    explicit AIMessage(std::string content) : content_(std::move(content)) {}
 
     std::string GetContent() override { return content_; }
 
