@@ -46,18 +46,28 @@ inline bool LogIn(const std::string& appKey = "good") {
     return Veltra::Veltra_Authentication(Veltra::ProductType::Default, info);
 }
 
-/// Runs a query and returns its answer, or "code: message" when it failed.
-inline std::string Ask(const std::string& name = "World", const std::string& traceId = "t-1") {
-    auto message = std::make_shared<Veltra::CHumanMessage>();
+/// Runs a query; gives its answer, or "code: message" when it failed or left an error behind.
+inline bool Query(std::string& text, const std::string& name, const std::string& traceId = "t-1",
+                  Veltra::FilterType filter = Veltra::FilterType::None) {
+    const auto message = std::make_shared<Veltra::CHumanMessage>();
     message->SetElements("greeting", {{"name", name}, {"place", "here"}});
     message->SetSessionID(traceId);
+    message->SetFilterType(filter);
     const auto session = Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
     std::shared_ptr<Veltra::CLLMMessage> answer;
-    if (session->ExecuteQuery(message, answer)) return answer->GetContent();
+    const bool answered = session->ExecuteQuery(message, answer);
     std::int32_t code = 0;
+    std::string error;
+    session->GetErrorInfo(code, error);
+    text = answered && code == 0 && error.empty() ? answer->GetContent()
+                                                  : std::to_string(code) + ": " + error;
+    return answered;
+}
+
+inline std::string Ask(const std::string& name = "World", const std::string& traceId = "t-1") {
     std::string text;
-    session->GetErrorInfo(code, text);
-    return std::to_string(code) + ": " + text;
+    Query(text, name, traceId);
+    return text;
 }
 
 }  // namespace e2e

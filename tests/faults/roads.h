@@ -1,6 +1,8 @@
 #ifndef VELTRA_TESTS_FAULTS_ROADS_H
 #define VELTRA_TESTS_FAULTS_ROADS_H
 
+#include "support/plain_json.h"
+
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -23,17 +25,12 @@ struct Outcome {
     std::string sent;  ///< Expected somewhere in the last request's body.
 };
 
-/// An answer with status 200.
+/// An answer with status 200, and how a plain reader of JSON reads it.
 struct Answer {
     std::string body;
-    bool isJson = true;
-    /// The text that each member reads as, by its path; of the list of slots, how many they are.
-    std::map<std::string, std::string> members = {};
+    std::optional<fuzz::Json> content = fuzz::ReadJson(body);
 
-    std::string at(const std::string& path) const {
-        const auto found = members.find(path);
-        return found == members.end() ? "" : found->second;
-    }
+    std::string at(const std::string& path) const { return fuzz::TextAt(content, path); }
 };
 
 struct NotSent {
@@ -45,29 +42,22 @@ struct Refused {
 /// What becomes of each request of a road.
 using Fate = std::variant<NotSent, Refused, Answer>;
 
-/// A member that is read, as `"name":value` stands in an answer.
-struct Member {
-    Answer answer;
-    std::string name, value, path;
-};
-
 struct Road {
     std::string name;
     std::string method;
-    std::string target;   ///< As the gateway lists it.
-    std::string faulted;  ///< The path of this road's faults.
-    std::size_t attempts = 3;
-    Answer good;
+    std::string target;  ///< As the gateway lists it.
+    std::string good;    ///< The body of its answer while nothing is wrong.
     std::function<bool(std::string& text)> run = {};
-
     std::string failedText = {};  ///< What is handed out when no answer came.
-    Lines begins = {};            ///< Records before the first attempt.
+    std::size_t attempts = 3;
+    std::string faulted = target + '$';  ///< The path of this road's faults.
+
+    Lines begins = {};  ///< Records before the first attempt.
     Lines requestsBefore = {};
     std::string refusal = {};  ///< The record of another status than 200, which stands for the '#'.
     Lines notSent = {};        ///< Records once the attempts are used up without any answer,
     Lines refused = {};        ///< and with one of another status at last.
     std::function<void(const Answer&, Outcome&)> answered = {};
-    std::vector<Member> members = {};
 
     /// `repeats` is how many requests the HTTP library sends once more by itself.
     Outcome expected(const Fate& fate, std::size_t repeats) const;
@@ -76,13 +66,12 @@ struct Road {
 /// The record as the test keeps it. What is printed ends at a NUL.
 std::string Line(int level, const std::string& operation, const std::string& text);
 
+/// The answer of a gateway that refuses.
+constexpr const char* kRefusal = R"({"errorCode":"7","message":"no"})";
+
 constexpr const char* kRoadNames[] = {"Probe", "Token",    "Query", "Slots",
                                       "Put",   "Feedback", "Cancel"};
-Road MakeRoad(const std::string& name, const std::string& base);
-/// The answers that all roads give while nothing is wrong, by target.
-std::map<std::string, std::string> GoodAnswers(const std::string& base);
-/// Runs a query; its answer, or "code: message".
-bool RunQuery(std::string& text);
+std::map<std::string, Road> Roads(const std::string& base);
 
 }  // namespace faults
 
