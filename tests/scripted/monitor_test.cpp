@@ -1,11 +1,6 @@
 // The monitor's life, renewals that meet, and calls back in from log handlers.
 
-#include "AIManager.h"
-#include "scripted/scripted_platform.h"
-
-#include <Veltra/Veltra.h>
-
-#include <gtest/gtest.h>
+#include "scripted/login.h"
 
 #include <algorithm>
 #include <atomic>
@@ -17,19 +12,12 @@
 
 namespace {
 
+using scripted::AnswerTokens;
 using scripted::Eventually;
 using scripted::kCheckInterval;
 using scripted::kRetryPause;
-
-Veltra::CAIManager& Manager() {
-    return *Veltra::CAIManager::GetInstance();
-}
-
-bool LogIn() {
-    auto info = std::make_shared<Veltra::CLicenseInfo>();
-    info->SetLicenseKey("", {{"k", "s"}});
-    return Veltra::Veltra_Authentication(Veltra::ProductType::Default, info);
-}
+using scripted::LogIn;
+using scripted::Manager;
 
 /// A point that answers wait at until the test opens it.
 class Gate {
@@ -65,23 +53,15 @@ void RaiseTo(std::atomic<int>& most, int value) {
 
 class Threads {
  public:
-    Threads() = default;
-    Threads(const Threads&) = delete;
-    Threads& operator=(const Threads&) = delete;
-    ~Threads() { Join(); }
     void Add(std::function<void()> body) { threads_.emplace_back(std::move(body)); }
     void Add(int count, const std::function<void()>& body) {
         for (int i = 0; i < count; ++i)
             Add(body);
     }
-    void Join() {
-        for (auto& thread : threads_)
-            thread.join();
-        threads_.clear();
-    }
+    void Join() { threads_.clear(); }
 
  private:
-    std::vector<std::thread> threads_;
+    std::vector<std::jthread> threads_;
 };
 
 class MonitorTest : public testing::Test {
@@ -89,18 +69,11 @@ class MonitorTest : public testing::Test {
     MonitorTest() {
         scripted::StartRecording();
         Veltra::Veltra_Enable();
-        AnswerTokens(true);
+        AnswerTokens();
     }
     ~MonitorTest() override {
-        AnswerTokens(true);
+        AnswerTokens();
         Veltra::Veltra_Unit();
-    }
-
-    static void AnswerTokens(bool accepted) {
-        scripted::AnswerBy([accepted](const scripted::Request& request) {
-            if (!scripted::IsTokenRequest(request)) return scripted::Ok("x");
-            return accepted ? scripted::Ok(scripted::TokenBody("t")) : scripted::Lost();
-        });
     }
 
     static std::size_t Count(const std::string& record) {
@@ -108,6 +81,21 @@ class MonitorTest : public testing::Test {
         return static_cast<std::size_t>(std::count(records.begin(), records.end(), record));
     }
     static bool MonitorWaits() { return scripted::WaitsUnderWay(kCheckInterval) == 1; }
+    static void LogInUntilTheMonitorWaits() {
+        ASSERT_TRUE(LogIn());
+        ASSERT_TRUE(Eventually(MonitorWaits));
+    }
+    /// Its token is rejected from now on, and nothing is recorded.
+    static void LogInWithoutMonitor(bool rejected) {
+        ASSERT_TRUE(LogIn());
+        Veltra::Veltra_Unit();
+        if (rejected) {
+            AnswerTokens(false);
+            Manager().SetTokenValid(false);
+        }
+        scripted::ForgetRequests();
+        scripted::ForgetRecords();
+    }
 };
 
 constexpr const char* kBegin = "3 CAIManager::start|monitorThread_ begin.";
@@ -131,8 +119,7 @@ TEST_F(MonitorTest, StopsAndStartsAgain) {
 }
 
 TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    LogInUntilTheMonitorWaits();
     scripted::AnswerBy([](const scripted::Request&) -> scripted::Answer {
         throw std::runtime_error("from below");
     });
@@ -144,7 +131,7 @@ TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
     scripted::ExpireWaits(kCheckInterval);
     ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kCheckInterval) == 3; }));
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
-    AnswerTokens(true);
+    AnswerTokens();
     scripted::ExpireWaits(kCheckInterval);
     EXPECT_TRUE(Eventually(&Veltra::Veltra_IsLLMServiceValid));
 }
@@ -174,8 +161,7 @@ TEST_F(MonitorTest, SystemClockMayShowAnything) {
                  {kLowest + kLifetime, 0},
                  {kHighest, 1}};
     scripted::SetNow(kLogin);
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    LogInUntilTheMonitorWaits();
     std::size_t waits = 1;
     for (const auto& [now, renewals, rejected] : steps) {
         SCOPED_TRACE(testing::Message() << "step " << waits << ", clock at " << now);
@@ -191,8 +177,7 @@ TEST_F(MonitorTest, SystemClockMayShowAnything) {
 }
 
 TEST_F(MonitorTest, StopCutsThePause) {
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    LogInUntilTheMonitorWaits();
     AnswerTokens(false);
     Manager().SetTokenValid(false);
     scripted::ForgetRequests();
@@ -216,27 +201,18 @@ TEST_F(MonitorTest, StopCutsThePause) {
 }
 
 TEST_F(MonitorTest, FailedRenewalIsTriedThreeTimesMore) {
-    ASSERT_TRUE(LogIn());
-    Veltra::Veltra_Unit();
-    AnswerTokens(false);
-    Manager().SetTokenValid(false);
+    LogInWithoutMonitor(true);
     scripted::ExpireAtOnce(kRetryPause);
-    scripted::ForgetRequests();
-    scripted::ForgetRecords();
     Manager().checkTokenValidity();
     EXPECT_EQ(scripted::TokenRequests(), 4U * 2U);  // production and test endpoint each time
     EXPECT_EQ(Count(kUpdateFailed), 1U);
     EXPECT_EQ(Count("5 CAIManager::renewAuthenticationToken|get token failed,not get token"), 4U);
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
-    EXPECT_EQ(Manager().GetToken(), "t");
+    EXPECT_EQ(Manager().GetToken(), "bearer-1");
 }
 
 TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
-    ASSERT_TRUE(LogIn());
-    Veltra::Veltra_Unit();
-    AnswerTokens(false);
-    Manager().SetTokenValid(false);
-    scripted::ForgetRequests();
+    LogInWithoutMonitor(true);
 
     constexpr int kChecks = 8;
     Gate gate;
@@ -270,14 +246,11 @@ TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
 }
 
 TEST_F(MonitorTest, SuccessEndsAllPauses) {
-    ASSERT_TRUE(LogIn());
-    Veltra::Veltra_Unit();
-    AnswerTokens(false);
-    Manager().SetTokenValid(false);
+    LogInWithoutMonitor(true);
     Threads threads;
     threads.Add(4, [] { Manager().checkTokenValidity(); });
     ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 4; }));
-    AnswerTokens(true);
+    AnswerTokens();
     scripted::ForgetRequests();
     EXPECT_TRUE(LogIn());
     threads.Join();
@@ -285,8 +258,7 @@ TEST_F(MonitorTest, SuccessEndsAllPauses) {
 }
 
 TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
-    ASSERT_TRUE(LogIn());
-    Veltra::Veltra_Unit();
+    LogInWithoutMonitor(false);
     Gate gate;
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
@@ -295,10 +267,8 @@ TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
         RaiseTo(most, ++inside);
         gate.Pass();
         --inside;
-        return scripted::Ok(scripted::TokenBody("t"));
+        return scripted::Ok(scripted::TokenBody("bearer-1"));
     });
-    scripted::ForgetRequests();
-    scripted::ForgetRecords();
     Threads threads;
     threads.Add(3, [] { EXPECT_TRUE(LogIn()); });
     ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
@@ -319,7 +289,7 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
     scripted::AnswerBy([&](const scripted::Request& request) {
         if (scripted::IsTokenRequest(request)) {
             if (probes > 0) renewal.Pass();
-            return scripted::Ok(scripted::TokenBody("t"));
+            return scripted::Ok(scripted::TokenBody("bearer-1"));
         }
         if (scripted::IsProbe(request)) {
             ++probes;
@@ -333,9 +303,7 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
         gate.Pass();
         return scripted::Ok(scripted::RefusalBody("1", "LAP500004"));
     });
-    ASSERT_TRUE(LogIn());
-    Veltra::Veltra_Unit();
-    scripted::ForgetRequests();
+    LogInWithoutMonitor(false);
     const int probesBefore = probes;
 
     std::atomic<int> answered{0};
@@ -369,8 +337,7 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
 }
 
 TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    LogInUntilTheMonitorWaits();
     const auto host = std::this_thread::get_id();
     std::atomic<int> calls{0};
     std::atomic<bool> logsInAgain{true};
@@ -382,7 +349,7 @@ TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
         ++calls;
     });
     const auto probeFails = [](const scripted::Request& request) {
-        return scripted::IsTokenRequest(request) ? scripted::Ok(scripted::TokenBody("t"))
+        return scripted::IsTokenRequest(request) ? scripted::Ok(scripted::TokenBody("bearer-1"))
                                                  : scripted::Lost();
     };
     scripted::AnswerBy(probeFails);
@@ -394,7 +361,7 @@ TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
     scripted::ExpireWaits(kCheckInterval);
     ASSERT_TRUE(Eventually([&] { return calls == 2; }));
     scripted::ReactToRecords(nullptr);
-    AnswerTokens(true);
+    AnswerTokens();
     ASSERT_TRUE(LogIn());  // joins the one that was told to end, and monitors again
     ASSERT_TRUE(Eventually(MonitorWaits));
 }
@@ -424,7 +391,7 @@ TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
     Gate gate;
     scripted::AnswerBy([&](const scripted::Request&) {
         gate.Pass();
-        return scripted::Ok(scripted::TokenBody("t"));
+        return scripted::Ok(scripted::TokenBody("bearer-1"));
     });
     Threads threads;
     threads.Add([] { EXPECT_TRUE(LogIn()); });
@@ -436,8 +403,7 @@ TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
 }
 
 TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    LogInUntilTheMonitorWaits();
     const auto stopInFirst = [](bool probe) {
         Gate gate;
         scripted::AnswerBy([&](const scripted::Request& request) {
@@ -459,9 +425,8 @@ TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
         EXPECT_TRUE(Manager().IsLLMServiceValid()) << "what was given up says nothing";
     };
     stopInFirst(true);
-    AnswerTokens(true);
-    ASSERT_TRUE(LogIn());
-    ASSERT_TRUE(Eventually(MonitorWaits));
+    AnswerTokens();
+    LogInUntilTheMonitorWaits();
     stopInFirst(false);
 }
 
@@ -471,7 +436,7 @@ TEST_F(MonitorTest, SwitchesFromManyThreads) {
     std::atomic<int> monitors{0};
     std::atomic<int> mostMonitors{0};
     scripted::AnswerBy([&](const scripted::Request& request) {
-        if (scripted::IsTokenRequest(request)) return scripted::Ok(scripted::TokenBody("t"));
+        if (scripted::IsTokenRequest(request)) return scripted::Ok(scripted::TokenBody("bearer-1"));
         if (isHost) return scripted::Ok("x");
         RaiseTo(mostMonitors, ++monitors);
         std::this_thread::yield();
@@ -480,8 +445,8 @@ TEST_F(MonitorTest, SwitchesFromManyThreads) {
     });
     scripted::ExpireAtOnce(kCheckInterval);
     const std::vector<std::function<bool()>> calls = {
-        &LogIn, &Veltra::Veltra_Unit, &Veltra::Veltra_Disable, &Veltra::Veltra_Enable,
-        [] { return Veltra::Veltra_SetDomain("https://a"); }};
+        [] { return LogIn(); }, &Veltra::Veltra_Unit, &Veltra::Veltra_Disable,
+        &Veltra::Veltra_Enable, [] { return Veltra::Veltra_SetDomain("https://a"); }};
     Threads threads;
     for (std::size_t start = 0; start < 8; ++start) {
         threads.Add([&, start] {
