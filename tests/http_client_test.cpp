@@ -11,7 +11,6 @@
 #include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -58,15 +57,6 @@ CHttpClientRequest Request(const std::string& method, const std::string& url,
     request.SetContentType(type);
     request.SetData(body);
     return request;
-}
-
-void Limit(std::uint64_t maxResponseBytes, const std::string& proxy) {
-    HttpClientOptions options;
-    options.totalTimeoutMs = 2000;
-    options.maxResponseBytes = maxResponseBytes;
-    options.proxy = proxy;
-    options.allowPlainHttp = true;
-    SetHttpClientOptions(options);
 }
 
 /// Answers with the target asked for, so that no answer goes astray unseen.
@@ -198,34 +188,15 @@ TEST_F(HttpClientTest, RefusesUrls) {
         ExpectFailure(Post("http://"s + host + ":1/"), "could not connect");
 }
 
+/// Every other reason: see the fault matrix.
 TEST_F(HttpClientTest, FailsWithAReasonAndLeavesTheResponseAlone) {
-    const std::string head = "HTTP/1.1 200 OK\r\n";
-    const std::string cut = head + "Content-Length: 9\r\n\r\n1";
-    const std::string field = "X: " + std::string(900, 'x') + "\r\n";
-    const std::string text(9000, 'x');
-    const auto stall = &RawServer::Peer::Stall;
-    const struct {
-        std::string answer, endlessly, reason;
-        void (RawServer::Peer::*end)() = nullptr;
-    } cases[] = {
-        {"", "", "time-out", stall},        {cut, "", "cut off"},
-        {"SSH-2.0-x\r\n\r\n", "", "other"}, {head, field, "limit"},
-        {head + "\r\n", text, "limit"},
-    };
-    Limit(100'000, "");
-    std::string gone;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.answer + '|' + c.endlessly.substr(0, 20) + '|' + c.reason);
-        RawServer server([&c](RawServer::Peer& peer) {
-            Once(c.answer)(peer);
-            if (c.end != nullptr) (peer.*c.end)();
-            while (!c.endlessly.empty() && peer.Write(c.endlessly)) {
-            }
-        });
-        gone = "http://user:secret@" + server.Authority() + "/path?secret";
-        ExpectFailure(Send(Request("POST", gone, "Authorization", "Bearer secret")), c.reason);
+    std::string url;
+    {
+        RawServer server(Once("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n1"));
+        url = "http://user:secret@" + server.Authority() + "/path?secret";
+        ExpectFailure(Send(Request("POST", url, "Authorization", "Bearer secret")), "cut off");
     }
-    ExpectFailure(Post(gone), "could not connect");
+    ExpectFailure(Post(url), "could not connect");
 }
 
 TEST_F(HttpClientTest, KeepsItsConnectionAsLongAsItIsGood) {
@@ -247,33 +218,15 @@ TEST_F(HttpClientTest, KeepsItsConnectionAsLongAsItIsGood) {
     EXPECT_EQ(server.Requests().size(), 1204U);
 }
 
-TEST_F(HttpClientTest, ServesManyThreads) {
-    constexpr std::size_t threadCount = 16;
-    RawServer server(Echo);
-    const auto runThreads = [&](int count, bool changing) {
-        std::vector<std::thread> threads;
-        for (std::size_t id = 0; id < threadCount; ++id)
-            threads.emplace_back([&server, id, count, changing] {
-                for (int i = 0; i < count; ++i) {
-                    if (changing && id == 0) SetHttpClientOptions({});
-                    const auto target = "/" + std::to_string(id) + "/" + std::to_string(i);
-                    EXPECT_EQ(Post(server.Url(target)).Body(), target);
-                }
-            });
-        for (auto& thread : threads)
-            thread.join();
-    };
-    runThreads(100, false);
-    EXPECT_LE(server.Connections(), threadCount);
-    runThreads(20, true);
-}
-
 TEST_F(HttpClientTest, UsesTheProxyExceptForLoopback) {
     RawServer proxy(RawServer::Always(ok));
     RawServer server(RawServer::Always(ok));
     setenv("no_proxy", "*", 1);  // doesn't weaken a proxy that was named
     for (const std::string& text : {proxy.Url(), ""s, "direct"s}) {
-        Limit(100, text);
+        HttpClientOptions options;
+        options.proxy = text;
+        options.allowPlainHttp = true;
+        SetHttpClientOptions(options);
         EXPECT_EQ(Post("http://gateway.invalid/a").sent, text != "direct") << text;
         EXPECT_TRUE(Post(server.Url()).sent) << text;
         unsetenv("no_proxy");

@@ -27,31 +27,19 @@ std::string Repeated(std::string_view piece, std::size_t count) {
     return result;
 }
 
-TEST(JsonDocument, ReadsWhatIsWellFormed) {
-    const std::vector<std::string> texts = {
-        "{}", "[]", " \t\r\n{ } \n", "0", "\"\"", "null", R"({"a":[1,{"b":[]},true,false,null]})",
-        "[-0,0.0,1E5,1e+5,1e-5]", R"(["\"\\\/\b\f\n\r\t\u0000"])", "\"\x7F\"",
-        // The ends of each UTF-8 length, and of the gap for surrogates.
-        "\"\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF\"",
-        "\"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\""};
-    for (const auto& text : texts)
-        EXPECT_TRUE(Loads(text)) << text;
-}
-
+/// Any text beside a plain reader: see the fuzzer.
 TEST(JsonDocument, RefusesWhatIsNot) {
     const std::vector<std::string> texts = {
-        "", " ", "{", "}", "[", "]", "[1", "[1,]", "[,1]", "[1 2]", "{\"a\":1,}", "{\"a\" 1}",
-        "{\"a\":}", "{a:1}", "{1:2}", "{} {}", "{}x", "'a'", "// c\n{}", "nul", "NaN", "Infinity",
+        "", "{", "[1,]", "[1 2]", "{\"a\":1,}", "{a:1}", "{} {}", "'a'", "// c\n{}", "NaN",
         // numbers
-        "-", "01", "-01", "1.", ".5", "1.e5", "1e", "1e+", "+1", "0x1", "1-", "--1",
+        "-", "01", "1.", ".5", "1e+", "+1", "0x1",
         // strings
-        "\"", "\"a", R"("\)", R"("\")", R"("\x")", R"("\u12")", R"("\u12g4")", "\"\n\"", "\"\x1F\"",
+        "\"a", R"("\x")", R"("\u12g4")", "\"\x1F\"",
         // NUL and byte order mark
         "{}\0"s, "\0{}"s, "\"a\0b\""s, "\xEF\xBB\xBF{}",
         // UTF-8: lone tail, overlong, surrogate, beyond the last character, cut in a string or key
-        "\"\x80\"", "\"\xC0\xAF\"", "\"\xC1\xBF\"", "\"\xE0\x9F\xBF\"", "\"\xED\xA0\x80\"",
-        "\"\xF0\x8F\xBF\xBF\"", "\"\xF4\x90\x80\x80\"", "\"\xF5\x80\x80\x80\"", "\"\xFF\"",
-        "\"\xE4\xBD\"", "{\"\xC3\":1}", "\"\xC3", "\"\xE4", "\"\xF0", "\"\xF0\x9F", "\xF0\x9F"};
+        "\"\x80\"", "\"\xC0\xAF\"", "\"\xE0\x9F\xBF\"", "\"\xED\xA0\x80\"", "\"\xF4\x90\x80\x80\"",
+        "\"\xE4\xBD\"", "{\"\xC3\":1}", "\"\xF0\x9F", "\xF0\x9F"};
     for (const auto& text : texts)
         EXPECT_FALSE(Loads(text)) << text;
 }
@@ -82,16 +70,12 @@ TEST(JsonDocument, ReadsEscapes) {
         const char* literal;
         std::string expected;
     } cases[] = {
-        {R"(a\"\\\/\b\f\n\r\tz)", "a\"\\/\b\f\n\r\tz"},
-        {R"(\u0041\u00e9\u4F60)", "A\xC3\xA9\xE4\xBD\xA0"},
         {R"(a\u0000b)", "a\0b"s},
         {R"(\ud83d\ude00)", "\xF0\x9F\x98\x80"},
-        {R"(\udc00x)", replacement + "x"},
         {R"(\uD800\n)", replacement + "\n"},
-        {R"(\ud800\u0041)", replacement + "A"},
         {R"(\ud800\ud83d\ude00)", replacement + "\xF0\x9F\x98\x80"},
-        {R"(\udc00\ud800)", replacement + replacement},
         {R"(\\\ud800\"12)", "\\" + replacement + "\"12"},
+        {R"(\tover thirty-two bytes after an escape)", "\tover thirty-two bytes after an escape"},
     };
     for (const auto& [literal, expected] : cases) {
         EXPECT_EQ(Read(R"({"a":")"s + literal + R"("})", "/a"), expected) << literal;
@@ -103,44 +87,34 @@ TEST(JsonDocument, ReadsEscapes) {
 
 TEST(JsonDocument, FindsByPath) {
     const std::string text =
-        R"({"data":{"list":[{"url":"u1"},{"url":"u2"}],"n":7,"t":true,"z":null,"":"empty"},)"
-        R"("grid":[["a"],["b","c"]],"k":"first","k":"second","odd[1]":"odd","odd[x]":"literal",)"
-        R"("":{"":"deep"},"num":"12"})";
-    const struct {
-        const char* path;
-        const char* expected;
-    } cases[] = {{"/data/list[1]/url", "u1"},
-                 {"/data/list[002]/url", "u2"},
-                 {"/data/n", "7"},
-                 {"/grid[2][2]", "c"},
-                 {"/k", "first"},
-                 {"/odd[x]", "literal"},
-                 {"/data/", "empty"},
-                 {"//", "deep"}};
+        R"({"data":{"list":[{"url":"u1"},{"url":"u2"}],"":"empty"},"grid":[["a"],["b","c"]],)"
+        R"("k":"first","k":"second","odd[1]":"odd","odd[x]":"literal","":{"":"deep"}})";
+    const std::pair<const char*, const char*> cases[] = {
+        {"/data/list[002]/url", "u2"}, {"/grid[2][2]", "c"}, {"/k", "first"},
+        {"/odd[x]", "literal"},        {"/data/", "empty"},  {"//", "deep"}};
     for (const auto& [path, expected] : cases)
         EXPECT_EQ(Read(text, path), expected) << path;
-    for (const auto& path :
-         {// what is no text
-          "/data"s, "/data/list"s, "/data/t"s, "/data/z"s, "/"s,
-          // what names nothing
-          ""s, "k"s, "data/n"s, "/K"s, "/k/"s, "/k\0"s, "/k/x"s, "/k[1]"s, "/data[1]"s, "/odd[1]"s,
-          "/grid[1]"s, "/grid[0][1]"s, "/grid[3][1]"s, "/grid[1][1][1]"s, "/grid[-1][1]"s,
-          "/grid[+1][1]"s, "/grid[ 1][1]"s, "/grid[][1]"s, "/grid[1][1]x"s, "/grid[1]]"s,
-          "/grid[[1]"s, "/grid]"s, "/grid["s, "/]"s, "/[1]"s, "[1]"s, "/grid[4294967297][1]"s,
-          "/grid[18446744073709551617][1]"s, "/data/list/url"s, Repeated("/", 100000),
-          "/grid" + Repeated("[1]", 100000), "/" + Repeated("]", 100000)})
+    for (const auto& path : {""s,
+                             "k"s,
+                             "/K"s,
+                             "/k/"s,
+                             "/k\0"s,
+                             "/k[1]"s,
+                             "/odd[1]"s,
+                             "/grid[0][1]"s,
+                             "/grid[3][1]"s,
+                             "/grid[-1][1]"s,
+                             "/grid[+1][1]"s,
+                             "/grid[][1]"s,
+                             "/grid[1][1]x"s,
+                             "/grid[[1]"s,
+                             "[1]"s,
+                             "/grid[4294967297][1]"s,
+                             "/grid[18446744073709551617][1]"s,
+                             Repeated("/", 100000),
+                             "/grid" + Repeated("[1]", 100000),
+                             "/" + Repeated("]", 100000)})
         EXPECT_EQ(Read(text, path), "(default)") << path.substr(0, 100);
-}
-
-TEST(JsonDocument, CountsTheElementsOfTheLastTextsArraysAlone) {
-    proto::CRapidJsonProto document;
-    ASSERT_TRUE(document.set_str(R"({"a":[1,[2,3,4]],"e":[],"o":{"x":1},"s":"[1]"})"));
-    EXPECT_EQ(document.get_array_size("/a"), 2);
-    EXPECT_EQ(document.get_array_size("/a[2]"), 3);
-    for (const char* path : {"/a[1]", "/e", "/o", "/s", ""})
-        EXPECT_EQ(document.get_array_size(path), 0) << path;
-    EXPECT_FALSE(document.set_str(R"({"a":[1])"));
-    EXPECT_EQ(document.get_array_size("/a"), 0);
 }
 
 TEST(JsonDocument, DepthCostsNoStack) {

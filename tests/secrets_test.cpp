@@ -3,13 +3,13 @@
 
 #include "AIManager.h"
 #include "e2e/e2e_support.h"
+#include "support/other_process.h"
 #include "support/raw_server.h"
 
 #include <qlog/qlog_write.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,59 +56,17 @@ Found SearchThisProcess() {
     return found;
 }
 
-/// A gateway in a process of its own, since it has the bodies in its memory. It lives until its
-/// standard input ends.
-class OtherProcess {
- public:
-    explicit OtherProcess(bool tls) {
-        std::array<int, 2> toChild{};
-        std::array<int, 2> fromChild{};
-        if (pipe(toChild.data()) != 0 || pipe(fromChild.data()) != 0) return;
-        child_ = fork();
-        if (child_ == 0) {
-            close(toChild[1]);
-            Serve(tls, toChild[0], fromChild[1]);
-        }
-        close(toChild[0]);
-        close(fromChild[1]);
-        input_ = toChild[1];
-        std::array<char, 256> text{};
-        const ssize_t got = read(fromChild[0], text.data(), text.size());
-        const std::string said(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-        url = said.substr(0, said.find(' '));
-        options.caFile = said.substr(std::min(said.size(), url.size() + 1));
-        close(fromChild[0]);
-    }
-    ~OtherProcess() {
-        close(input_);
-        waitpid(child_, nullptr, 0);
-    }
-    OtherProcess(const OtherProcess&) = delete;
-    OtherProcess& operator=(const OtherProcess&) = delete;
-
-    std::string url;
-    Oak::Net::HttpClientOptions options;
-
- private:
-    [[noreturn]] static void Serve(bool tls, int input, int output) {
-        {
-            gateway::Options options;
-            options.tls = tls;
-            options.keys = {{"good", kSecretKey}};
-            gateway::Gateway server(options);
-            server.start();
-            const e2e::TemporaryFile ca(server.caPem());
-            const std::string said = server.baseUrl() + ' ' + (tls ? ca.Path() : "");
-            if (write(output, said.data(), said.size()) < 0) _exit(1);
-            char end = 0;
-            if (read(input, &end, 1) != 0) _exit(2);
-        }
-        _exit(0);
-    }
-
-    pid_t child_ = -1;
-    int input_ = -1;
-};
+/// Runs the gateway, and says its address and the file of its certificate authority.
+void Serve(bool tls, std::FILE* input, std::FILE* output) {
+    gateway::Options options;
+    options.tls = tls;
+    options.keys = {{"good", kSecretKey}};
+    gateway::Gateway server(options);
+    server.start();
+    const e2e::TemporaryFile ca(server.caPem());
+    std::fprintf(output, "%s\n%s\n", server.baseUrl().c_str(), tls ? ca.Path().c_str() : "");
+    std::fgetc(input);
+}
 
 class SecretsTest : public testing::TestWithParam<bool> {};
 
@@ -116,17 +74,22 @@ INSTANTIATE_TEST_SUITE_P(Schemes, SecretsTest, testing::Bool(),
                          [](const auto& scheme) { return scheme.param ? "Https" : "Http"; });
 
 TEST_P(SecretsTest, NoBodyOutlivesItsCall) {
-    const OtherProcess gateway(GetParam());
-    Oak::Net::SetHttpClientOptions(gateway.options);
+    // The gateway has the bodies in its memory.
+    TestSupport::OtherProcess other(
+        [](std::FILE* input, std::FILE* output) { Serve(GetParam(), input, output); });
+    const std::string url = other.Line();
+    Oak::Net::HttpClientOptions http;
+    http.caFile = other.Line();
+    Oak::Net::SetHttpClientOptions(http);
     const struct {
         std::string domain;
         const char* appKey;
         bool result;
     } logins[] = {{"nonsense", "good", false},
                   {"http://127.0.0.1:1", "good", false},
-                  {gateway.url + "/refused", "good", false},
-                  {gateway.url, "bad", false},
-                  {gateway.url, "good", true}};
+                  {url + "/refused", "good", false},
+                  {url, "bad", false},
+                  {url, "good", true}};
     for (const auto& each : logins) {
         std::string token;
         std::string domain;

@@ -7,8 +7,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <array>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
@@ -16,13 +14,11 @@
 #include <random>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace Veltra {
 namespace {
 
-using namespace std::chrono_literals;
 using namespace std::string_view_literals;
 
 const char* const newYork = "EST5EDT,M3.2.0,M11.1.0";
@@ -83,49 +79,34 @@ struct Row {
 
 const char* const strayDay = "Invalid time format";
 
+/// One of each kind; all that the language can say: see the fuzzer.
 const Row rows[] = {
     // Days, with and without a clock time of their own.
     {friday, "-1d", Start::day, 0, "2024-03-14 00:00:00", ""},
-    {friday, "+1d", Start::day, 0, "2024-03-16 00:00:00", ""},
     {friday, "0d", Start::day, 0, "2024-02-29 00:00:00", ""},
     {friday, "-1dT08:30:15", Start::either, 0, "2024-03-14 08:30:15", ""},
-    {friday, "2024y3m15dT10:30:00", Start::either, 0, "2024-03-15 10:30:00", ""},
     {friday, "-1d 8:3x", Start::either, 0, "2024-03-14 08:03:00", ""},
     {friday, "-1d24:00:00", Start::either, 0, nullptr, ""},
-    {friday, "-1d23:59:60", Start::either, 0, nullptr, ""},
-    {friday, "-1d-1:30", Start::either, 0, nullptr, ""},
     {friday, "-1d1:00", Start::either, 0, nullptr, "Ivalid time format"},
     // Hours, minutes and seconds keep the clock, but only at the end of the expression.
     {friday, "-2h", Start::either, 0, "2024-03-15 08:20:30", ""},
-    {friday, "-30min", Start::either, 0, "2024-03-15 09:50:30", ""},
     {friday, "-1d-31s", Start::either, 0, "2024-03-14 10:19:59", ""},
     {friday, "-1min-1min", Start::end, 0, nullptr, "Invalid format:in"},
-    {friday, "T", Start::either, 0, "2024-03-15 10:20:30", ""},
     // Weeks.
     {friday, "+0w", Start::day, 6, "2024-03-09 00:00:00", ""},
-    {friday, "-1w", Start::day, 1, "2024-03-04 00:00:00", ""},
     {friday, "+0w7d", Start::end, 1, "2024-03-17 23:59:59", ""},
-    {friday, "1w1d", Start::end, 0, "2024-03-01 23:59:59", ""},
     {friday, "~0w", Start::end, 0, "2024-03-16 23:59:59", ""},
-    {friday, "~-1w", Start::end, 1, "2024-03-09 23:59:59", ""},
     {"2024-03-16 10:20:30", "~0w", Start::end, 3, "2024-03-16 23:59:59", ""},
     // Months and years, and the days that they leave astray.
     {friday, "~0m", Start::end, 0, "2024-03-31 23:59:59", ""},
     {friday, "~-1m", Start::end, 0, "", strayDay},
-    {"2024-06-15 10:20:30", "~-1m", Start::end, 0, "2024-05-30 23:59:59", ""},
-    {friday, "13m", Start::day, 0, "2025-01-15 00:00:00", ""},
     {friday, "0m", Start::day, 0, "2023-12-15 00:00:00", ""},
-    {friday, "~0y", Start::end, 0, "2024-12-31 23:59:59", ""},
-    {friday, "-1y2m1d", Start::day, 0, "2023-02-01 00:00:00", ""},
-    {friday, "2023y2m29d", Start::day, 0, "2023-03-01 00:00:00", ""},
     {"2024-03-31 10:20:30", "-1m", Start::either, 0, "", strayDay},
     {"2024-03-31 10:20:30", "-1m1d", Start::day, 0, "2024-02-01 00:00:00", ""},
     {"2024-03-31 10:20:30", "-1m~0d", Start::end, 0, "2024-02-29 23:59:59", ""},
-    {"2024-03-31 10:20:30", "-13m", Start::day, 0, "2023-03-03 00:00:00", ""},
     {"2024-01-31 10:20:30", "+1m", Start::day, 0, "", strayDay},
     // What surrounds terms.
     {friday, "abc-1d", Start::end, 0, "2024-03-14 23:59:59", ""},
-    {friday, "-~1d", Start::end, 0, "2024-04-01 23:59:59", ""},
     {friday, "-2hxyz", Start::either, 0, nullptr, "Invalid format:xyz"},
     {friday, "d10:00", Start::either, 0, nullptr, "Invalid format:d"},
     {friday, "", Start::either, 0, nullptr, "Param error"},
@@ -134,7 +115,6 @@ const Row rows[] = {
     // Years that four digits can't show, on the way and at the end.
     {friday, "999y", Start::day, 0, "0999-03-15 00:00:00", ""},
     {friday, "9999y~0y+1d", Start::end, 0, "", strayDay},
-    {friday, "0y-1y", Start::end, 0, "", strayDay},
     {friday, "-2000000000h+2000000000h", Start::day, 0, "2024-03-15 00:00:00", ""},
     {friday, "+400000000w", Start::day, 0, nullptr, "Exception :time field out of range"},
     {friday, "2147483647y+10000m+2147483647m", Start::day, 0, nullptr,
@@ -226,37 +206,7 @@ TEST_F(TimeConversion, HostileTexts) {
     }
 }
 
-TEST_F(TimeConversion, ManyThreadsWhileTheFirstDayChanges) {
-    qlog_set_handler(nullptr, nullptr, 6);
-    std::array<std::thread, 5> threads;
-    for (std::thread& thread : threads) {
-        thread = std::thread([&, now = InstantOf(friday)] {
-            for (int round = 0; round < 2000; ++round) {
-                if (&thread == threads.data())
-                    SetFirstDayOfWeek(static_cast<FirstDayOfWeek>(round % 2));
-                std::string result;
-                EXPECT_TRUE(ConvertTime("+0w1dT12:00", result, now, true));
-                EXPECT_TRUE(result == "2024-03-10 12:00:00" || result == "2024-03-11 12:00:00")
-                    << result;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
-// The calendar, beside that of std::chrono and the C library's.
-
-std::tm TimeOn(std::chrono::sys_days day) {
-    const std::time_t noon = std::chrono::sys_seconds(day + 12h).time_since_epoch().count();
-    std::tm time{};
-    gmtime_r(&noon, &time);
-    return time;
-}
-
-std::chrono::sys_days DayOf(const std::tm& time) {
-    return std::chrono::year(time.tm_year + 1900) / (time.tm_mon + 1) / time.tm_mday;
-}
+// The calendar, beside that of the C library.
 
 bool SameTime(const std::tm& a, const std::tm& b) {
     return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday &&
@@ -284,59 +234,6 @@ TEST(Calendar, NormalisesAsTheCLibraryDoes) {
             ASSERT_TRUE(SameTime(ours, theirs)) << input;
         }
     }
-}
-
-TEST(Calendar, EveryDayOfFourCenturies) {
-    TimeConvertr converter;
-    for (auto day = std::chrono::sys_days(1899y / 12 / 1); day < 2301y / 1 / 31; ++day) {
-        const std::chrono::year_month_day date(day);
-        const std::tm noon = TimeOn(day);
-        SCOPED_TRACE(TimeConvertr::format_time(noon));
-        const std::tm monthEnd = converter.apply_terms(noon, {{true, 0, 0, 'm'}});
-        ASSERT_TRUE(SameTime(monthEnd, TimeOn(date.year() / date.month() / std::chrono::last)));
-
-        for (int first = 0; first < 7; ++first) {
-            converter.set_first_day_of_week(first);
-            const std::tm weekStart = converter.apply_terms(noon, {{false, '+', 0, 'w'}});
-            ASSERT_EQ(weekStart.tm_wday, first);
-            const auto daysBack = (day - DayOf(weekStart)).count();
-            ASSERT_TRUE(0 <= daysBack && daysBack <= 6) << daysBack << " days back";
-        }
-    }
-}
-
-/// A month term by the rule alone: a day that the new month lacks folds over when the month's index
-/// is outside 1 to 10, and stays astray within.
-std::string ExpectedAfterMonths(std::chrono::year_month_day date, int index) {
-    const auto month = date.year() / std::chrono::January + std::chrono::months(index);
-    const bool strays = index >= 1 && index <= 10 && !(month / date.day()).ok();
-    if (strays) return "";
-    return TimeConvertr::format_time(
-        TimeOn(std::chrono::sys_days(month / 1) + (date.day() - std::chrono::day(1))));
-}
-
-TEST(Calendar, MonthTermsOnEveryDayOfEveryKindOfYear) {
-    qlog_set_handler(nullptr, nullptr, 6);
-    const TimeConvertr converter;
-    for (const auto year : {1900y, 2000y, 2023y, 2024y}) {
-        for (std::chrono::sys_days day = year / 1 / 1; day <= year / 12 / 31;
-             day += std::chrono::days(1)) {
-            const std::chrono::year_month_day date(day);
-            const int index = static_cast<int>(unsigned(date.month())) - 1;
-            for (int months = 0; months <= 25; ++months) {
-                const auto expect = [&](const TimeTerm& term, int target) {
-                    const std::tm time = converter.apply_terms(TimeOn(day), {term});
-                    EXPECT_EQ(TimeConvertr::format_time(time), ExpectedAfterMonths(date, target))
-                        << TimeConvertr::format_time(TimeOn(day)) << ' ' << months << ' '
-                        << int{term.sign};
-                };
-                expect({false, '+', months, 'm'}, index + months);
-                expect({false, '-', months, 'm'}, index - months);
-                expect({false, 0, months, 'm'}, months - 1);
-            }
-        }
-    }
-    qlog_set_handler(nullptr, nullptr, 4);
 }
 
 }  // namespace

@@ -5,17 +5,14 @@
 //
 //     veltra_long_run [--seconds N] [--period N]
 //
-// The gateway is a process of its own (this program again, with --serve), so that its memory isn't
-// counted. Standard output shows one line a period; the status is 0 when all held.
+// The gateway is a process of its own, so that its memory isn't counted. Standard output shows one
+// line a period; the status is 0 when all held.
 
 #include "e2e/e2e_support.h"
 #include "stress/stress_support.h"
+#include "support/other_process.h"
 
 #include <qlog/qlog.h>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -64,17 +61,15 @@ class Server {
     }
 
     /// Obeys the host line by line until it goes.
-    void Run() {
+    void Run(std::FILE* input, std::FILE* output) {
         const e2e::TemporaryFile ca(gateway_.caPem());
-        std::printf("%s %s\n", gateway_.baseUrl().c_str(), ca.Path().c_str());
-        std::fflush(stdout);
+        std::fprintf(output, "%s\n%s\n", gateway_.baseUrl().c_str(), ca.Path().c_str());
         std::array<char, 16> line{};
-        while (std::fgets(line.data(), line.size(), stdin) != nullptr) {
+        while (std::fgets(line.data(), line.size(), input) != nullptr) {
             if (line[0] == 'e') gateway_.expireTokens();
-            std::printf("%lu %lu %lu %lu %lu\n", queries_.load(), feedback_.load(),
-                        rejectedQueries_.load(), rejectedFeedback_.load(),
-                        static_cast<unsigned long>(gateway_.tokensIssued()));
-            std::fflush(stdout);
+            std::fprintf(output, "%lu %lu %lu %lu %lu\n", queries_.load(), feedback_.load(),
+                         rejectedQueries_.load(), rejectedFeedback_.load(),
+                         static_cast<unsigned long>(gateway_.tokensIssued()));
         }
     }
 
@@ -120,66 +115,6 @@ class Server {
     gateway::Gateway gateway_;  // last: its threads use what stands above
 };
 
-/// The gateway's process, as the host sees it.
-class ServerProcess {
- public:
-    explicit ServerProcess(char* program) {
-        std::array<int, 2> in{};
-        std::array<int, 2> out{};
-        if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) std::abort();
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(in[0], STDIN_FILENO);
-            dup2(out[1], STDOUT_FILENO);
-            std::string serve = "--serve";
-            const std::array<char*, 3> arguments{program, serve.data(), nullptr};
-            execv("/proc/self/exe", arguments.data());
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        toServer_ = fdopen(in[1], "w");
-        fromServer_ = fdopen(out[0], "r");
-        const std::string first = Line();
-        url_ = first.substr(0, first.find(' '));
-        caFile_ = first.substr(first.find(' ') + 1);
-    }
-    ~ServerProcess() {
-        std::fclose(toServer_);  // which ends it
-        waitpid(pid_, nullptr, 0);
-        std::fclose(fromServer_);
-    }
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
-
-    const std::string& Url() const { return url_; }
-    const std::string& CaFile() const { return caFile_; }
-    pid_t Pid() const { return pid_; }
-    Refusals Told(const char* what) {
-        std::fprintf(toServer_, "%s\n", what);
-        std::fflush(toServer_);
-        Refusals refusals;
-        if (std::sscanf(Line().c_str(), "%lu %lu %lu %lu %lu", &refusals.queries,  // NOLINT
-                        &refusals.feedback, &refusals.rejectedQueries, &refusals.rejectedFeedback,
-                        &refusals.tokens) != 5)
-            std::abort();
-        return refusals;
-    }
-
- private:
-    std::string Line() {
-        std::array<char, 256> line{};
-        if (std::fgets(line.data(), line.size(), fromServer_) == nullptr) std::abort();
-        return {line.data(), std::strcspn(line.data(), "\n")};
-    }
-
-    pid_t pid_ = 0;
-    FILE* toServer_ = nullptr;
-    FILE* fromServer_ = nullptr;
-    std::string url_;
-    std::string caFile_;
-};
-
 // --- the load ------------------------------------------------------------------------------------
 
 struct Tally {
@@ -208,7 +143,7 @@ void OnRecord(int /*level*/, const char* tag, const char* message, void* /*conte
 }
 
 std::unordered_set<std::string> Phrases() {
-    std::unordered_set<std::string> keys{Veltra::PhraseKey("secret plan")};
+    std::unordered_set<std::string> keys{Veltra::PhraseKey("hidden plan")};
     while (keys.size() < 300)
         keys.insert(Veltra::PhraseKey("phrase number " + std::to_string(keys.size())));
     return keys;
@@ -270,40 +205,21 @@ class Worker {
     void Query(const std::string& traceId, Veltra::FilterType filter) {
         ++tally.queries;
         const std::string name = "name" + std::to_string(random_());
-        std::shared_ptr<Veltra::CLLMMessage> answer;
-        const auto [code, text] = Ask(name, traceId, filter, answer);
-        if (answer) {
-            const std::string content = answer->GetContent();
-            if (content != "Hello " + name + ", welcome to here.") Other("wrong answer", content);
-        } else if (text == "refused") {
+        std::string text;
+        if (e2e::Query(text, name, traceId, filter)) {
+            if (text != "Hello " + name + ", welcome to here.") Other("wrong answer", text);
+        } else if (text.ends_with(": refused")) {
             ++tally.refusedQueries;
         } else {
-            Other("query", std::to_string(code) + ' ' + text);
+            Other("query", text);
         }
     }
 
     void ScreenedQuery() {
         ++tally.queries;
-        std::shared_ptr<Veltra::CLLMMessage> answer;
-        const auto [code, text] =
-            Ask("of a secret plan", prefix_, Veltra::FilterType::CheckInput, answer);
-        if (code != 4 || text != "has sensitive words") Other("screening", text);
-    }
-
-    static std::pair<std::int32_t, std::string> Ask(const std::string& name,
-                                                    const std::string& traceId,
-                                                    Veltra::FilterType filter,
-                                                    std::shared_ptr<Veltra::CLLMMessage>& answer) {
-        const auto message = std::make_shared<Veltra::CHumanMessage>();
-        message->SetElements("greeting", {{"name", name}, {"place", "here"}});
-        message->SetSessionID(traceId);
-        message->SetFilterType(filter);
-        const auto session =
-            Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
-        std::pair<std::int32_t, std::string> error;
-        session->ExecuteQuery(message, answer);
-        session->GetErrorInfo(error.first, error.second);
-        return error;
+        std::string text;
+        e2e::Query(text, "of a hidden plan", prefix_, Veltra::FilterType::CheckInput);
+        if (text != "4: has sensitive words") Other("screening", text);
     }
 
     void Submit() {
@@ -372,7 +288,7 @@ Figures Take() {
 
 class Host {
  public:
-    Host(char* program, FILE* report) : server_(program), report_(report) {}
+    Host(TestSupport::OtherProcess& gateway, FILE* report) : gateway_(gateway), report_(report) {}
 
     int Run(std::chrono::seconds period, long periods) {
         Prepare();
@@ -391,7 +307,7 @@ class Host {
                 if (call == kRollCalls) first = last;
                 Show((period * call / kRollCalls).count(), last);
             });
-            if (call % kRollCalls == kRollCalls / 2) server_.Told("expire");
+            if (call % kRollCalls == kRollCalls / 2) Ask("expire");
         }
         for (auto& thread : threads)
             thread.join();
@@ -399,14 +315,24 @@ class Host {
     }
 
  private:
+    Refusals Ask(const char* what) {
+        gateway_.Tell(what);
+        Refusals refusals;
+        if (std::sscanf(gateway_.Line().c_str(), "%lu %lu %lu %lu %lu",  // NOLINT(cert-err34-c)
+                        &refusals.queries, &refusals.feedback, &refusals.rejectedQueries,
+                        &refusals.rejectedFeedback, &refusals.tokens) != 5)
+            std::abort();
+        return refusals;
+    }
+
     void Prepare() {
         qlog_set_handler(&OnRecord, nullptr, 4);
         Oak::Net::HttpClientOptions options;
-        options.caFile = server_.CaFile();
+        Worker::domain = gateway_.Line();
+        options.caFile = gateway_.Line();
         Oak::Net::SetHttpClientOptions(options);
         Veltra::Veltra_Enable();
-        Veltra::Veltra_SetsitiveWords({Veltra::PhraseKey("secret plan")}, 3);
-        Worker::domain = server_.Url();
+        Veltra::Veltra_SetsitiveWords({Veltra::PhraseKey("hidden plan")}, 3);
         if (!Veltra::Veltra_SetDomain(Worker::domain) || !e2e::LogIn()) Other("login", "failed");
         std::fprintf(report_, "%8s %10s %10s %9s %9s %9s %6s %9s %9s %4s %7s %11s\n", "seconds",
                      "operations", "queries", "refused", "feedback", "failed", "other", "RSS kB",
@@ -430,12 +356,12 @@ class Host {
                      tally.failedFeedback.load(), tally.other.load() + tally.transport.load(),
                      figures.rss, Kilobytes("self/status", "VmRSS:"), figures.descriptors,
                      figures.threads,
-                     Kilobytes(std::to_string(server_.Pid()) + "/smaps_rollup", "Rss:"));
+                     Kilobytes(std::to_string(gateway_.Id()) + "/smaps_rollup", "Rss:"));
         std::fflush(report_);
     }
 
     int Judge(const Figures& first, const Figures& last, unsigned long periods) {
-        const Refusals refusals = server_.Told("tell");
+        const Refusals refusals = Ask("tell");
         bool good = true;
         const auto hold = [&](bool holds, const char* what, auto got, auto wanted) {
             good = good && holds;
@@ -462,7 +388,7 @@ class Host {
         return good ? 0 : 1;
     }
 
-    ServerProcess server_;
+    TestSupport::OtherProcess& gateway_;
     FILE* const report_;
 };
 
@@ -471,13 +397,11 @@ class Host {
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     std::map<std::string, long> given{{"--seconds", 3600}, {"--period", 60}};
-    if (argc == 2 && std::strcmp(argv[1], "--serve") == 0) {
-        Server().Run();
-        return 0;
-    }
     stress::ReadArguments(argc, argv, given);
     const long period = std::max(1L, given["--period"]);
     const long periods = std::max(2L, given["--seconds"] / period);
+    TestSupport::OtherProcess gateway(
+        [](std::FILE* input, std::FILE* output) { Server().Run(input, output); });
     FILE* const report = stress::DivertedOutput();
-    return Host(argv[0], report).Run(std::chrono::seconds(period), periods);
+    return Host(gateway, report).Run(std::chrono::seconds(period), periods);
 }

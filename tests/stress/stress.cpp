@@ -4,8 +4,8 @@
 //
 // No answer may be lost: a query whose last request the gateway answered with success, untouched by
 // any fault, must have come back true with that very text. An operation that takes longer than
-// --stuck seconds ends the program, after the stacks of all threads have been shown. The layer runs
-// on a clock that shortens its waits and whose time of day jumps.
+// --stuck seconds ends the program, after gdb, where there is one, has shown the stacks of all
+// threads. The layer runs on a clock that shortens its waits and whose time of day jumps.
 
 #include "e2e/e2e_support.h"
 #include "stress/stress_support.h"
@@ -13,16 +13,12 @@
 #include <Oak/Base/Clock.h>
 #include <qlog/qlog.h>
 
-#include <execinfo.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -159,14 +155,8 @@ class Answers {
 /// Ends the program, and shows why, when an operation of a worker doesn't end.
 class Watchdog {
  public:
-    Watchdog(std::size_t workers, std::chrono::seconds stuck) : begun_(workers), stuck_(stuck) {
-        std::array<void*, 1> frame{};
-        backtrace(frame.data(), 1);  // loads what it needs, which a signal handler must not
-        struct sigaction action {};
-        action.sa_handler = [](int) { ShowStack(); };
-        sigaction(kSignal, &action, nullptr);
-        thread_ = std::thread([this] { Watch(); });
-    }
+    Watchdog(std::size_t workers, std::chrono::seconds stuck)
+        : begun_(workers), stuck_(stuck), thread_([this] { Watch(); }) {}
     ~Watchdog() {
         stop_ = true;
         thread_.join();
@@ -178,37 +168,20 @@ class Watchdog {
     void Ended(std::size_t worker) { begun_[worker] = 0; }
 
  private:
-    /// Of those that threads which block signals leave open, and that the thread sanitizer delivers
-    /// to a thread that waits for a lock.
-    static constexpr int kSignal = SIGFPE;
-
     static std::int64_t Now() { return Steady::now().time_since_epoch() / 1ms; }
-
-    static void ShowStack() {
-        std::array<void*, 64> frames{};
-        const int depth = backtrace(frames.data(), static_cast<int>(frames.size()));
-        backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
-    }
 
     void Watch() {
         while (!stop_) {
             std::this_thread::sleep_for(200ms);
             for (std::size_t i = 0; i < begun_.size(); ++i) {
                 const std::int64_t begun = begun_[i];
-                if (begun != 0 && Now() - begun > stuck_ / 1ms) ShowAllAndAbort(i);
+                if (begun != 0 && Now() - begun > stuck_ / 1ms) ShowStacksAndAbort(i);
             }
         }
     }
 
-    [[noreturn]] static void ShowAllAndAbort(std::size_t worker) {
-        std::fprintf(stderr, "worker %zu is stuck; the stacks of all threads:\n", worker);
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-            const int thread = std::stoi(entry.path().filename());
-            std::fprintf(stderr, "thread %d\n", thread);
-            syscall(SYS_tgkill, getpid(), thread, kSignal);
-            std::this_thread::sleep_for(50ms);  // so that the stacks don't mix
-        }
-        // A debugger, where there is one, knows the names as well.
+    [[noreturn]] static void ShowStacksAndAbort(std::size_t worker) {
+        std::fprintf(stderr, "worker %zu is stuck\n", worker);
         prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
         const std::string gdb = "gdb -q -batch -ex 'thread apply all bt' 1>&2 -p ";
         static_cast<void>(std::system((gdb + std::to_string(getpid())).c_str()));  // NOLINT
@@ -228,12 +201,10 @@ Answers answers;
 void MakeWeather(gateway::Gateway& server, unsigned seed) {
     using gateway::FaultKind;
     Random random(seed);
-    const std::string_view paths[] = {"",
-                                      gateway::kTokenPath,
-                                      gateway::kQueryPath,
-                                      gateway::kQueryPath,
-                                      gateway::kFeedbackPath,
-                                      gateway::kStoragePrefix};
+    // Queries are what a lost answer shows with.
+    const std::string_view paths[] = {gateway::kTokenPath,    gateway::kQueryPath,
+                                      gateway::kFeedbackPath, gateway::kStoragePrefix,
+                                      gateway::kQueryPath,    ""};
     const auto addFault = [&] {
         gateway::Fault fault{std::string(paths[random() % std::size(paths)])};
         fault.kind =
@@ -246,29 +217,20 @@ void MakeWeather(gateway::Gateway& server, unsigned seed) {
     while (!ended) {
         std::this_thread::sleep_for(1ms * static_cast<int>(20 + random() % 100));
         server.resetStalled();
-        switch (random() % 20) {
-            case 0:
-                server.expireTokens();
-                break;
-            case 1:
-                server.refuseConnections(true);
-                std::this_thread::sleep_for(10ms);
-                server.refuseConnections(false);
-                break;
-            case 2: {
-                const Disturbance disturbance;
-                server.closeIdleConnections();
-                break;
-            }
-            case 3:
-                server.clearFaults();
-                break;
-            case 4:
-                clockOffsetMs = static_cast<std::int64_t>(random() % 3) * 13 * 3600 * 1000;
-                break;
-            default:
-                addFault();
+        const auto dice = random() % 20;
+        if (dice > 4) addFault();
+        if (dice == 0) server.expireTokens();
+        if (dice == 1) {
+            server.refuseConnections(true);
+            std::this_thread::sleep_for(10ms);
+            server.refuseConnections(false);
         }
+        if (dice == 2) {
+            const Disturbance disturbance;
+            server.closeIdleConnections();
+        }
+        if (dice == 3) server.clearFaults();
+        if (dice == 4) clockOffsetMs = static_cast<std::int64_t>(random() % 3) * 13 * 3600 * 1000;
     }
     server.clearFaults();
     server.resetStalled();
@@ -276,15 +238,10 @@ void MakeWeather(gateway::Gateway& server, unsigned seed) {
 
 // --- the host ------------------------------------------------------------------------------------
 
-struct Host {
-    std::string domain;
-    std::string caFile;
-    std::unordered_set<std::string> phrases{Veltra::PhraseKey("secret plan")};
-    Count loginsWithPairs{0};
-    Count traceIds{0};
-};
-
-Host host;
+std::string domain;
+std::string caFile;
+Count loginsWithPairs{0};
+Count traceIds{0};
 constexpr unsigned long kLoginsWithPairs = 64;  // their pairs stay for good
 
 /// A context of log handlers, which ends with its handler's service: a record that came later would
@@ -323,7 +280,7 @@ void ChangeHandler(Random& random) {
 
 void SetOptions(bool patient) {
     Oak::Net::HttpClientOptions options;
-    options.caFile = host.caFile;
+    options.caFile = caFile;
     options.connectTimeoutMs = 5000;
     options.totalTimeoutMs = patient ? 20000 : 300;
     Oak::Net::SetHttpClientOptions(options);
@@ -331,46 +288,19 @@ void SetOptions(bool patient) {
 
 class Worker {
  public:
-    Worker(std::size_t index, long seed, Watchdog& watchdog)
-        : index_(index),
-          random_(static_cast<unsigned>(seed) * 1000 + static_cast<unsigned>(index) + 1),
-          watchdog_(watchdog) {}
-
-    void Run() {
-        while (!ended) {
-            watchdog_.Began(index_);
-            Step();
-            watchdog_.Ended(index_);
-        }
-    }
-
-    struct Operation {
-        unsigned weight;
-        const char* name;
-        void (Worker::*run)();
-    };
-    static const std::vector<Operation> operations;
-    static inline std::array<Count, 16> done{};
-
- private:
-    void Step() {
-        auto dice = static_cast<unsigned>(random_() % 1000);
-        std::size_t i = 0;
-        while (i + 1 < operations.size() && dice >= operations[i].weight)
-            dice -= operations[i++].weight;
-        (this->*operations[i].run)();
-        ++done[i];
-    }
+    Worker(std::size_t index, long seed)
+        : random_(static_cast<unsigned>(seed) * 1000 + static_cast<unsigned>(index) + 1) {}
 
     bool OneIn(unsigned n) { return random_() % n == 0; }
+    std::uint32_t Below(unsigned n) { return static_cast<std::uint32_t>(random_() % n); }
 
     void Query() {
-        const std::string traceId = "t" + std::to_string(++host.traceIds);
+        const std::string traceId = "t" + std::to_string(++traceIds);
         auto filled = std::make_shared<Veltra::CHumanMessage>();
         filled->SetElements("greeting",
-                            {{"name", OneIn(20) ? "a secret plan" : traceId}, {"place", "here"}});
+                            {{"name", OneIn(20) ? "a hidden plan" : traceId}, {"place", "here"}});
         filled->SetSessionID(traceId);
-        filled->SetFilterType(static_cast<Veltra::FilterType>(random_() % 6));
+        filled->SetFilterType(Veltra::FilterType(Below(6)));
         if (OneIn(3)) filled->SetSensitiveContent({"some", OneIn(4) ? "forbidden" : "text"});
         auto message = std::make_shared<Veltra::CHumanMessage>(*filled);  // shares the record
         if (OneIn(2)) message = std::make_shared<Veltra::CHumanMessage>(std::move(*filled));
@@ -393,7 +323,7 @@ class Worker {
 
     void LogIn() {
         std::vector<Veltra::CAccessKey> pairs;
-        const auto number = OneIn(4) ? host.loginsWithPairs++ : kLoginsWithPairs;
+        const auto number = OneIn(4) ? loginsWithPairs++ : kLoginsWithPairs;
         // The last is good: a renewal that has come to it stays with it.
         if (number < kLoginsWithPairs) pairs = {{"good", "secret"}};
         if (!pairs.empty() && OneIn(3)) pairs.insert(pairs.begin(), {"bad", "secret"});
@@ -407,10 +337,10 @@ class Worker {
     void Submit() {
         auto comment = std::make_shared<Veltra::LLMComment>("t1");
         comment->SetComments("as it should be");
-        comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(random_() % 5));
+        comment->SetSatisfactionLevel(Veltra::SatisfactionLevel(Below(5)));
         comment->SetLLMErrType(Veltra::LLMErrType::Default);
         comment->SetCountry("NZ");
-        comment->SetPictures({stress::Picture(100), stress::Picture(random_() % 60000)});
+        comment->SetPictures({stress::Picture(100), stress::Picture(Below(60000))});
         const auto other = std::make_shared<Veltra::LLMComment>(std::move(*comment));
         std::string id;
         const bool sent = Veltra::Veltra_SubmitComments(OneIn(20) ? comment : other, id);
@@ -419,10 +349,10 @@ class Worker {
     }
 
     void SetWords() {
-        auto phrases = host.phrases;
-        for (auto more = random_() % 50; more > 0; --more)
+        std::unordered_set<std::string> phrases{Veltra::PhraseKey("hidden plan")};
+        for (auto more = Below(50); more > 0; --more)
             phrases.insert(Veltra::PhraseKey(std::to_string(random_())));
-        Veltra::Veltra_SetsitiveWords(phrases, static_cast<std::uint32_t>(random_() % 4));
+        Veltra::Veltra_SetsitiveWords(phrases, Below(4));
     }
 
     void Convert() {
@@ -433,54 +363,62 @@ class Worker {
         Veltra::ConvertTime("-1x", time, -1, false);
     }
 
-    void SetDomain() { Veltra::Veltra_SetDomain(OneIn(4) ? "https://127.0.0.1:1" : host.domain); }
-    void Probe() { Veltra::Veltra_IsDomainValid(OneIn(4) ? "no url" : host.domain); }
-    void SetWeek() {
-        Veltra::SetFirstDayOfWeek(static_cast<Veltra::FirstDayOfWeek>(random_() % 9));
-    }
+    void SetDomain() { Veltra::Veltra_SetDomain(OneIn(4) ? "https://127.0.0.1:1" : domain); }
+    void Probe() { Veltra::Veltra_IsDomainValid(OneIn(4) ? "no url" : domain); }
+    void SetWeek() { Veltra::SetFirstDayOfWeek(Veltra::FirstDayOfWeek(Below(9))); }
     void Cancel() { Veltra::Veltra_CancleComments(feedbackId_); }
-    void Enable() { Veltra::Veltra_Enable(); }
-    void Disable() { Veltra::Veltra_Disable(); }
-    void Unit() { Veltra::Veltra_Unit(); }
-    void IsEnable() { Veltra::Veltra_IsEnable(); }
-    void IsValid() { Veltra::Veltra_IsLLMServiceValid(); }
-    void Handler() { ChangeHandler(random_); }
-    void Options() { SetOptions(!OneIn(8)); }
+    void ReplaceHandler() { ChangeHandler(random_); }
 
+ private:
     static void Wrong(const char* what, const std::string& detail) {
         if (++answers.bad <= 20) std::fprintf(stderr, "%s: %s\n", what, detail.c_str());
     }
 
-    const std::size_t index_;
     Random random_;
-    Watchdog& watchdog_;
     Veltra::CAiHelper helper_{Veltra::ProductType::Default, ""};
     std::string feedbackId_;
 };
 
-const std::vector<Worker::Operation> Worker::operations = {
-    {2, "Disable", &Worker::Disable},
-    {3, "Unit", &Worker::Unit},
-    {5, "SetDomain", &Worker::SetDomain},
-    {10, "IsDomainValid", &Worker::Probe},
-    {20, "Authentication", &Worker::LogIn},
-    {65, "Enable", &Worker::Enable},
-    {30, "IsEnable", &Worker::IsEnable},
-    {30, "IsLLMServiceValid", &Worker::IsValid},
-    {20, "SetsitiveWords", &Worker::SetWords},
-    {100, "ConvertTime", &Worker::Convert},
-    {20, "SetFirstDayOfWeek", &Worker::SetWeek},
-    {60, "SubmitComments", &Worker::Submit},
-    {60, "CancleComments", &Worker::Cancel},
-    {10, "qlog_set_handler", &Worker::Handler},
-    {10, "SetHttpClientOptions", &Worker::Options},
-    {555, "ExecuteQuery", &Worker::Query}};
+struct Operation {
+    unsigned weight;
+    const char* name;
+    void (*run)(Worker&);
+    Count done{0};
+} operations[] = {{2, "Disable", [](auto&) { Veltra::Veltra_Disable(); }},
+                  {3, "Unit", [](auto&) { Veltra::Veltra_Unit(); }},
+                  {5, "SetDomain", [](auto& worker) { worker.SetDomain(); }},
+                  {10, "IsDomainValid", [](auto& worker) { worker.Probe(); }},
+                  {20, "Authentication", [](auto& worker) { worker.LogIn(); }},
+                  {65, "Enable", [](auto&) { Veltra::Veltra_Enable(); }},
+                  {30, "IsEnable", [](auto&) { Veltra::Veltra_IsEnable(); }},
+                  {30, "IsLLMServiceValid", [](auto&) { Veltra::Veltra_IsLLMServiceValid(); }},
+                  {20, "SetsitiveWords", [](auto& worker) { worker.SetWords(); }},
+                  {100, "ConvertTime", [](auto& worker) { worker.Convert(); }},
+                  {20, "SetFirstDayOfWeek", [](auto& worker) { worker.SetWeek(); }},
+                  {60, "SubmitComments", [](auto& worker) { worker.Submit(); }},
+                  {60, "CancleComments", [](auto& worker) { worker.Cancel(); }},
+                  {10, "qlog_set_handler", [](auto& worker) { worker.ReplaceHandler(); }},
+                  {10, "SetHttpClientOptions", [](auto& worker) { SetOptions(!worker.OneIn(8)); }},
+                  {555, "ExecuteQuery", [](auto& worker) { worker.Query(); }}};  // of 1000
+
+void Work(Worker worker, std::size_t index, Watchdog& watchdog) {
+    while (!ended) {
+        auto dice = worker.Below(1000);
+        Operation* chosen = operations;
+        while (dice >= chosen->weight)
+            dice -= chosen++->weight;
+        watchdog.Began(index);
+        chosen->run(worker);
+        watchdog.Ended(index);
+        ++chosen->done;
+    }
+}
 
 int Report(FILE* report) {
     bool good = answers.bad == 0 && answers.whole > 0 && answers.returnedTrue > 0;
-    for (std::size_t i = 0; i < Worker::operations.size(); ++i) {
-        std::fprintf(report, "%-22s %9lu\n", Worker::operations[i].name, Worker::done[i].load());
-        good = good && Worker::done[i] > 0;
+    for (const auto& [weight, name, run, done] : operations) {
+        std::fprintf(report, "%-22s %9lu\n", name, done.load());
+        good = good && done > 0;
     }
     std::fprintf(
         report,
@@ -512,20 +450,20 @@ int main(int argc, char** argv) {
     gateway::Gateway server(options);
     if (!server.start()) return 3;
     const e2e::TemporaryFile ca(server.caPem());
-    host.domain = server.baseUrl();
-    host.caFile = ca.Path();
+    domain = server.baseUrl();
+    caFile = ca.Path();
     Random random(1);
     ChangeHandler(random);
     SetOptions(true);
     Veltra::Veltra_Enable();
-    if (!Veltra::Veltra_SetDomain(host.domain) || !e2e::LogIn()) return 3;
+    if (!Veltra::Veltra_SetDomain(domain) || !e2e::LogIn()) return 3;
 
     Watchdog watchdog(static_cast<std::size_t>(given["--threads"]),
                       std::chrono::seconds(given["--stuck"]));
     std::thread weather([&] { MakeWeather(server, static_cast<unsigned>(given["--seed"])); });
     std::vector<std::thread> workers;
     for (std::size_t i = 0; i < static_cast<std::size_t>(given["--threads"]); ++i)
-        workers.emplace_back([&, i] { Worker(i, given["--seed"], watchdog).Run(); });
+        workers.emplace_back([&, i] { Work(Worker(i, given["--seed"]), i, watchdog); });
     std::this_thread::sleep_for(std::chrono::seconds(given["--seconds"]));
     ended = true;
     weather.join();

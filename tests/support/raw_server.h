@@ -56,13 +56,6 @@ class RawServer {
             return true;
         }
 
-        /// Says nothing more until the other side hangs up or the server ends.
-        void Stall() {
-            char byte = 0;
-            while (recv(socket_, &byte, 1, 0) > 0) {
-            }
-        }
-
         /// The connection ends with a reset in place of an orderly end.
         void Reset() {
             const linger atOnce{1, 0};
