@@ -16,7 +16,7 @@ for header in "$root"/include/Veltra/*.h; do headers+=("Veltra/${header##*/}"); 
 standard='#include <cstdint>\n#include <functional>\n#include <map>\n#include <memory>\n'
 standard+='#include <string>\n#include <unordered_set>\n#include <vector>\n'
 compile() {  # LANGUAGE-STANDARD INCLUDES
-  printf "#undef min\n#undef max\n$standard#define min hostile\n#define max hostile\n$2" |
+  printf '%b' "#undef min\n#undef max\n$standard#define min hostile\n#define max hostile\n$2" |
     "$compiler" -x c++ "-std=$1" "${flags[@]}" -
 }
 
@@ -25,7 +25,7 @@ backward=''
 for header in "${headers[@]}"; do
   forward+="#include <$header>\n"
   backward="#include <$header>\n$backward"
-  printf "#include <$header>\n" | "$compiler" -x c++ -std=c++11 "${flags[@]:0:7}" \
+  printf '#include <%s>\n' "$header" | "$compiler" -x c++ -std=c++11 "${flags[@]:0:7}" \
     "-I$root/include" "-I$root/platform/include" -
 done
 for standard_name in c++11 c++14 c++17 c++20; do

@@ -14,15 +14,15 @@ check() {  # PROGRAM SUBCOMMAND...
   local help name page completion
   page=$root/docs/man/${1##*/}.1 completion=$root/completions/${1##*/}.bash
   help=$("$@" --help)
-  for name in $(grep -oE '^  (-h,)?--[a-z-]+' <<<"$help" | sed 's/.*--//'); do
+  while read -r name; do
     require "$page" "Fl -$name( |\$)"
     require "$completion" "--$name([^a-z-]|\$)"
-  done
-  for name in $(sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' <<<"$help"); do
+  done < <(grep -oE '^  (-h,)?--[a-z-]+' <<<"$help" | sed 's/.*--//')
+  while read -r name; do
     require "$page" "^\.Ss .*$name"
     require "$completion" "[' ]$name([' )]|\$)"
     check "$@" "$name"
-  done
+  done < <(sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' <<<"$help")
 }
 
 for program in "${@:2}"; do check "$program"; done
