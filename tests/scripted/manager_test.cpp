@@ -8,33 +8,39 @@
 
 namespace {
 
-using scripted::Answer;
-using scripted::kProduction;
-using scripted::kTest;
-using scripted::License;
-using scripted::Lines;
-using scripted::LogIn;
-using scripted::Manager;
+using namespace scripted;
 
 std::string TokenRequest(const std::string& domain, const std::string& name) {
-    const std::string secret = name.empty() ? "" : scripted::kSecret + name;
-    return "POST " + domain + scripted::kTokenPath + R"( {"appKey":")" + name +
-           R"(","secretKey":")" + secret + R"("})";
+    const std::string secret = name.empty() ? "" : kSecret + name;
+    return "POST " + domain + kTokenPath + R"( {"appKey":")" + name + R"(","secretKey":")" +
+           secret + R"("})";
+}
+
+/// Requests for each of these pairs, at the production endpoint first, and then for one that was
+/// found good at once.
+Lines Tried(const Lines& names, const std::string& good = "") {
+    Lines requests;
+    for (const auto& name : names) {
+        requests.push_back(TokenRequest(kProduction, name));
+        requests.push_back(TokenRequest(kTest, name));
+    }
+    if (!good.empty()) requests.push_back(TokenRequest(kProduction, good));
+    return requests;
 }
 
 /// Answers token requests by key name and domain; probes with success.
 void AcceptOnly(const std::string& name, const std::string& domain = "") {
-    scripted::AnswerBy([=](const scripted::Request& request) {
-        if (!scripted::IsTokenRequest(request)) return scripted::Ok("{}");
+    AnswerBy([=](const Request& request) {
+        if (!IsTokenRequest(request)) return Ok("{}");
         const bool accepted = request.Data().find("\"" + name + "\"") != std::string::npos &&
                               (domain.empty() || request.Url().Text().find(domain) == 0);
-        return accepted ? scripted::Ok(scripted::TokenBody("bearer-" + name)) : scripted::Lost();
+        return accepted ? Ok(TokenBody("bearer-" + name)) : Lost();
     });
 }
 
 class ManagerTest : public testing::Test {
  protected:
-    ManagerTest() { scripted::StartRecording(); }
+    ManagerTest() { StartRecording(); }
     ~ManagerTest() override { Veltra::Veltra_Unit(); }
 };
 
@@ -43,50 +49,49 @@ TEST_F(ManagerTest, FreshProcess) {
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
     EXPECT_FALSE(Veltra::Veltra_IsDomainValid("https://a"));
     EXPECT_FALSE(LogIn(License({"k"})));
-    EXPECT_EQ(scripted::Records(), (Lines{"5 Veltra_IsLLMServiceValid|veltra is not enable",
-                                          "5 Veltra_IsDomainValid|veltra is not enable",
-                                          "3 Veltra_Authentication|authening..",
-                                          "5 Veltra_Authentication|veltra is not enable"}));
-    EXPECT_EQ(scripted::Requests(), Lines{});
+    EXPECT_EQ(Records(), (Lines{"5 Veltra_IsLLMServiceValid|veltra is not enable",
+                                "5 Veltra_IsDomainValid|veltra is not enable",
+                                "3 Veltra_Authentication|authening..",
+                                "5 Veltra_Authentication|veltra is not enable"}));
+    EXPECT_EQ(Requests(), Lines{});
     EXPECT_EQ(Manager().GetToken(), "");
     EXPECT_EQ(Manager().GetDomian(), kTest);
     EXPECT_EQ(Manager().GetProductVersion(), "un_known");
 
-    scripted::ForgetRecords();
+    ForgetRecords();
     EXPECT_TRUE(Veltra::Veltra_Unit());  // nothing to stop: nothing to say
     EXPECT_TRUE(Veltra::Veltra_Enable());
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
     EXPECT_TRUE(Veltra::Veltra_Disable());
-    EXPECT_EQ(scripted::Records(), (Lines{"3 CAIManager::Enable|veltra enable.",
-                                          "3 CAIManager::Disable|veltra disable."}));
+    EXPECT_EQ(Records(), (Lines{"3 CAIManager::Enable|veltra enable.",
+                                "3 CAIManager::Disable|veltra disable."}));
 }
 
 TEST_F(ManagerTest, FirstCallsAtOnceMeetOneInstance) {
     std::barrier together(8);
     std::vector<Veltra::CAIManager*> found(8);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (auto& each : found) {
         threads.emplace_back([&together, &each] {
             together.arrive_and_wait();
             each = Veltra::CAIManager::GetInstance();
         });
     }
-    for (auto& thread : threads)
-        thread.join();
+    threads.clear();
     for (const auto* each : found)
         EXPECT_EQ(each, found[0]);
 }
 
 TEST_F(ManagerTest, ProbeRequestAndOutcomes) {
-    std::vector<scripted::Request> sent;
-    scripted::AnswerBy([&](const scripted::Request& request) {
+    std::vector<Request> sent;
+    AnswerBy([&](const Request& request) {
         sent.push_back(request);
-        return scripted::Ok(R"({"errorCode":"9"})");
+        return Ok(R"({"errorCode":"9"})");
     });
     EXPECT_TRUE(Manager().IsDomianValid("https://a/"));
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].Method(), "POST");
-    EXPECT_EQ(sent[0].Url().Text(), std::string("https://a/") + scripted::kQueryPath);
+    EXPECT_EQ(sent[0].Url().Text(), std::string("https://a/") + kQueryPath);
     EXPECT_EQ(sent[0].ContentType(), "application/json");
     EXPECT_TRUE(sent[0].Headers().empty());
     EXPECT_EQ(sent[0].Data(), "");
@@ -100,56 +105,52 @@ TEST_F(ManagerTest, ProbeRequestAndOutcomes) {
         Lines records;
     } cases[] = {
         // all of the answers are fetched, and no more
-        {{scripted::Lost(), scripted::Status(500), scripted::Ok("x")}, true, {with500}},
-        {{scripted::Status(500), scripted::Lost(), scripted::Status(500)},
-         false,
-         {with500, with500, failed + "domian is :d"}},
-        {{scripted::Status(500, "old"), scripted::Ok("")},
-         false,
-         {with500, name + "response is empty,domian is :d"}},
+        {{Lost(), Status(500), Ok("x")}, true, {with500}},
+        {{Status(500), Lost(), Status(500)}, false, {with500, with500, failed + "domian is :d"}},
+        {{Status(500, "old"), Ok("")}, false, {with500, name + "response is empty,domian is :d"}},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(&each - cases);
-        scripted::ForgetRequests();
-        scripted::ForgetRecords();
-        scripted::AnswerInOrder(each.answers);
+        ForgetRequests();
+        ForgetRecords();
+        AnswerInOrder(each.answers);
         EXPECT_EQ(Manager().IsDomianValid("d"), each.valid);
-        EXPECT_EQ(scripted::Requests().size(), each.answers.size());
-        EXPECT_EQ(scripted::Records(), each.records);
+        EXPECT_EQ(Requests().size(), each.answers.size());
+        EXPECT_EQ(Records(), each.records);
     }
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());  // a probe by itself changes nothing
 }
 
 TEST_F(ManagerTest, ConfiguredDomain) {
-    scripted::AnswerInOrder({scripted::Ok("x"), scripted::Ok("x")});
+    AnswerInOrder({Ok("x"), Ok("x")});
     EXPECT_TRUE(Veltra::Veltra_SetDomain("https://own"));  // works while disabled
     EXPECT_FALSE(Veltra::Veltra_SetDomain(""));            // probed, never stored
     EXPECT_FALSE(Veltra::Veltra_SetDomain("https://other"));
     EXPECT_EQ(Manager().GetConfigDomain(), "https://own");
-    EXPECT_EQ(scripted::Records(),
+    EXPECT_EQ(Records(),
               (Lines{"3 CAIManager::SetConfigDomain|Set config domian https://own",
                      "5 CAIManager::IsDomianValid|http client send message failed,domian is "
                      ":https://other"}));
-    EXPECT_EQ(scripted::Requests()[1], std::string("POST ") + scripted::kQueryPath + " ");
+    EXPECT_EQ(Requests()[1], std::string("POST ") + kQueryPath + " ");
 }
 
 TEST_F(ManagerTest, TokenRequestAndOutcomes) {
-    std::vector<scripted::Request> sent;
-    scripted::AnswerBy([&](const scripted::Request& request) {
+    std::vector<Request> sent;
+    AnswerBy([&](const Request& request) {
         sent.push_back(request);
-        return scripted::Ok(scripted::TokenBody("bearer-1", "D"));
+        return Ok(TokenBody("bearer-1", "D"));
     });
     std::string token;
     std::string domain;
     std::int64_t expiry = 0;
-    ASSERT_TRUE(Veltra::TokenMessage::GetToekn("https://a", "k\"1", scripted::kSecret, token,
-                                               expiry, domain));
+    ASSERT_TRUE(
+        Veltra::TokenMessage::GetToekn("https://a", "k\"1", kSecret, token, expiry, domain));
     EXPECT_EQ(token + "," + domain + "," + std::to_string(expiry), "bearer-1,D,7200");
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].Url().Text(), "https://a/api/tmqgw/v1/token/get");
     EXPECT_EQ(sent[0].Data(), R"({"appKey":"k"1","secretKey":"a-secret-key"})");
     EXPECT_EQ(sent[0].ContentType(), "");
-    using Field = scripted::Request::HeaderField;
+    using Field = Request::HeaderField;
     EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Content-Type", "application/json"}}));
 
     // What else the gateway may answer: see the fault matrix.
@@ -163,14 +164,12 @@ TEST_F(ManagerTest, TokenRequestAndOutcomes) {
                  {R"(" \t+12.9")", 12},  {R"("-9223372036854775808")", INT64_MIN}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.expiry);
-        scripted::AnswerInOrder(
-            {scripted::Ok(R"({"errorCode":0,"data":{"accessToken":"t","expireTime":)" +
+        AnswerInOrder({Ok(R"({"errorCode":0,"data":{"accessToken":"t","expireTime":)" +
                           std::string(each.expiry) + R"(,"areaDomain":"D"}})")});
         token = domain = "before";
         expiry = -7;
-        EXPECT_EQ(
-            Veltra::TokenMessage::GetToekn("a", "k", scripted::kSecret, token, expiry, domain),
-            each.good);
+        EXPECT_EQ(Veltra::TokenMessage::GetToekn("a", "k", kSecret, token, expiry, domain),
+                  each.good);
         EXPECT_EQ(token + domain, each.good ? "tD" : "beforebefore");
         EXPECT_EQ(expiry, each.good ? each.expected : -7);
     }
@@ -179,9 +178,9 @@ TEST_F(ManagerTest, TokenRequestAndOutcomes) {
 TEST_F(ManagerTest, LoginLogsAndStores) {
     AcceptOnly("k");
     Veltra::Veltra_Enable();
-    scripted::ForgetRecords();
+    ForgetRecords();
     EXPECT_TRUE(LogIn(License({"k"}, "5.1.0")));
-    const Lines all = scripted::Records();
+    const Lines all = Records();
     const Lines records(all.begin(), all.begin() + 8);  // then come those of the monitor's check
     EXPECT_EQ(records,
               (Lines{"3 Veltra_Authentication|authening..",
@@ -197,9 +196,9 @@ TEST_F(ManagerTest, LoginLogsAndStores) {
     EXPECT_EQ(Manager().GetProductVersion(), "5.1.0");
 
     AcceptOnly("nobody");
-    scripted::ForgetRecords();
+    ForgetRecords();
     EXPECT_FALSE(LogIn(License({}, "")));
-    EXPECT_EQ(scripted::Records().back(), "5 Veltra_Authentication|authen failed");
+    EXPECT_EQ(Records().back(), "5 Veltra_Authentication|authen failed");
     EXPECT_FALSE(Manager().IsLLMServiceValid());
     EXPECT_EQ(Manager().GetToken(), "bearer-k");  // the token before is kept
     EXPECT_EQ(Manager().GetProductVersion(), "5.1.0");
@@ -207,31 +206,30 @@ TEST_F(ManagerTest, LoginLogsAndStores) {
 
 TEST_F(ManagerTest, LoginGuards) {
     Veltra::Veltra_Enable();
-    scripted::ForgetRecords();
+    ForgetRecords();
     EXPECT_FALSE(LogIn(nullptr));
     auto moved = License({"k"});
     const Veltra::CLicenseInfo taken(std::move(*moved));
     EXPECT_FALSE(LogIn(moved));
-    scripted::ReactToRecords([](const std::string& record) {
+    ReactToRecords([](const std::string& record) {
         if (record.find("product version") != std::string::npos) Veltra::Veltra_Disable();
     });
     EXPECT_FALSE(LogIn(License({"k"}, "7")));
     const std::string name = "Veltra_Authentication|";
-    EXPECT_EQ(scripted::Records(),
+    EXPECT_EQ(Records(),
               (Lines{"3 " + name + "authening..", "5 " + name + "auth_info ptr is nullptr",
                      "3 " + name + "authening..", "5 " + name + "auth_info manager ptr is nullptr",
                      "3 " + name + "authening..", "3 " + name + "product version:7",
                      "4 " + name + "veltra is not enable"}));
     EXPECT_EQ(Manager().GetProductVersion(), "7");
-    EXPECT_EQ(scripted::Requests(), Lines{});
+    EXPECT_EQ(Requests(), Lines{});
 }
 
 TEST_F(ManagerTest, LoginWithoutPairsOnAFreshProcess) {
     Veltra::Veltra_Enable();
     EXPECT_FALSE(LogIn(License({})));
-    EXPECT_EQ(scripted::Requests(),
-              (Lines{TokenRequest(kProduction, ""), TokenRequest(kTest, "")}));
-    EXPECT_EQ(scripted::Records()[2], "5 Veltra_Authentication|authen keys is empty!");
+    EXPECT_EQ(Requests(), Tried({""}));
+    EXPECT_EQ(Records()[2], "5 Veltra_Authentication|authen keys is empty!");
 }
 
 TEST_F(ManagerTest, PairsAreTriedForwardOnly) {
@@ -239,42 +237,31 @@ TEST_F(ManagerTest, PairsAreTriedForwardOnly) {
     AcceptOnly("P2", kTest);
     EXPECT_TRUE(LogIn(License({"P1", "P2", "P3"})));
     Veltra::Veltra_Unit();
-    EXPECT_EQ(scripted::RequestsButProbes(),
-              (Lines{TokenRequest(kProduction, "P1"), TokenRequest(kTest, "P1"),
-                     TokenRequest(kProduction, "P2"), TokenRequest(kTest, "P2")}));
+    EXPECT_EQ(RequestsButProbes(), Tried({"P1", "P2"}));
 
     const auto renew = [](bool expected) {
-        scripted::ForgetRequests();
+        ForgetRequests();
         EXPECT_EQ(Manager().renewAuthenticationToken({}, false), expected);
-        return scripted::Requests();
+        return Requests();
     };
-    EXPECT_EQ(renew(true), (Lines{TokenRequest(kProduction, "P2"), TokenRequest(kTest, "P2")}));
+    EXPECT_EQ(renew(true), Tried({"P2"}));
 
     AcceptOnly("P1");  // lies behind: never tried again
-    EXPECT_EQ(renew(false), (Lines{TokenRequest(kProduction, "P2"), TokenRequest(kTest, "P2"),
-                                   TokenRequest(kProduction, "P3"), TokenRequest(kTest, "P3")}));
-    EXPECT_EQ(renew(false), (Lines{TokenRequest(kProduction, "P3"), TokenRequest(kTest, "P3")}));
+    EXPECT_EQ(renew(false), Tried({"P2", "P3"}));
+    EXPECT_EQ(renew(false), Tried({"P3"}));
 
     // A login with pairs goes back to the first of all; one without stays where it is.
     AcceptOnly("Q1", kProduction);
-    scripted::ForgetRequests();
+    ForgetRequests();
     EXPECT_TRUE(LogIn(License({"Q1", "Q2"})));
     Veltra::Veltra_Unit();
-    Lines expected;
-    for (const char* name : {"P1", "P2", "P3"}) {
-        expected.push_back(TokenRequest(kProduction, name));
-        expected.push_back(TokenRequest(kTest, name));
-    }
-    expected.push_back(TokenRequest(kProduction, "Q1"));
-    EXPECT_EQ(scripted::RequestsButProbes(), expected);
+    EXPECT_EQ(RequestsButProbes(), Tried({"P1", "P2", "P3"}, "Q1"));
 
     AcceptOnly("Q2", kProduction);
-    scripted::ForgetRequests();
+    ForgetRequests();
     EXPECT_TRUE(LogIn(License({})));
     Veltra::Veltra_Unit();
-    EXPECT_EQ(scripted::RequestsButProbes(),
-              (Lines{TokenRequest(kProduction, "Q1"), TokenRequest(kTest, "Q1"),
-                     TokenRequest(kProduction, "Q2")}));
+    EXPECT_EQ(RequestsButProbes(), Tried({"Q1"}, "Q2"));
 
     // The configured domain alone, once it is set.
     ASSERT_TRUE(Veltra::Veltra_SetDomain("https://own"));
@@ -284,16 +271,16 @@ TEST_F(ManagerTest, PairsAreTriedForwardOnly) {
 
 TEST_F(ManagerTest, RenewalWithoutPairs) {
     EXPECT_FALSE(Manager().renewAuthenticationToken({}, false));
-    EXPECT_EQ(scripted::Records(),
+    EXPECT_EQ(Records(),
               Lines{"5 CAIManager::renewAuthenticationToken|get token failed,no ak/sk can use"});
-    EXPECT_EQ(scripted::Requests(), Lines{});
+    EXPECT_EQ(Requests(), Lines{});
 }
 
 TEST_F(ManagerTest, HandlesShareTheirRecord) {
     Veltra::CLicenseInfo first;
     Veltra::CLicenseInfo second(first);
-    second.SetLicenseKey("text", {{"old", scripted::kSecret}, {"older", scripted::kSecret}});
-    second.SetLicenseKey("text", {{"new", scripted::kSecret}});
+    second.SetLicenseKey("text", {{"old", kSecret}, {"older", kSecret}});
+    second.SetLicenseKey("text", {{"new", kSecret}});
     Veltra::Veltra_Enable();
     AcceptOnly("new");
     EXPECT_TRUE(LogIn(std::make_shared<Veltra::CLicenseInfo>(first)));

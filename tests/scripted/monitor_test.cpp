@@ -4,45 +4,30 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <limits>
-#include <mutex>
-#include <set>
 #include <thread>
 
 namespace {
 
-using scripted::AnswerTokens;
-using scripted::Eventually;
-using scripted::kCheckInterval;
-using scripted::kRetryPause;
-using scripted::LogIn;
-using scripted::Manager;
+using namespace scripted;
 
 /// A point that answers wait at until the test opens it.
 class Gate {
  public:
     void Pass() {
-        std::unique_lock<std::mutex> lock(mutex_);
         ++waiting_;
-        changed_.wait(lock, [this] { return open_; });
+        open_.wait(false);
         --waiting_;
     }
     void Open() {
-        const std::lock_guard<std::mutex> lock(mutex_);
         open_ = true;
-        changed_.notify_all();
+        open_.notify_all();
     }
-    int Waiting() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return waiting_;
-    }
+    int Waiting() const { return waiting_; }
 
  private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int waiting_ = 0;
-    bool open_ = false;
+    std::atomic<int> waiting_{0};
+    std::atomic<bool> open_{false};
 };
 
 void RaiseTo(std::atomic<int>& most, int value) {
@@ -67,7 +52,7 @@ class Threads {
 class MonitorTest : public testing::Test {
  protected:
     MonitorTest() {
-        scripted::StartRecording();
+        StartRecording();
         Veltra::Veltra_Enable();
         AnswerTokens();
     }
@@ -77,10 +62,16 @@ class MonitorTest : public testing::Test {
     }
 
     static std::size_t Count(const std::string& record) {
-        const auto records = scripted::Records();
+        const auto records = Records();
         return static_cast<std::size_t>(std::count(records.begin(), records.end(), record));
     }
-    static bool MonitorWaits() { return scripted::WaitsUnderWay(kCheckInterval) == 1; }
+    /// Returns when the monitor has made its next check.
+    static void LetItCheck() {
+        const std::size_t begun = WaitsBegun(kCheckInterval);
+        ExpireWaits(kCheckInterval);
+        ASSERT_TRUE(Eventually([begun] { return WaitsBegun(kCheckInterval) == begun + 1; }));
+    }
+    static bool MonitorWaits() { return WaitsUnderWay(kCheckInterval) == 1; }
     static void LogInUntilTheMonitorWaits() {
         ASSERT_TRUE(LogIn());
         ASSERT_TRUE(Eventually(MonitorWaits));
@@ -93,8 +84,8 @@ class MonitorTest : public testing::Test {
             AnswerTokens(false);
             Manager().SetTokenValid(false);
         }
-        scripted::ForgetRequests();
-        scripted::ForgetRecords();
+        ForgetRequests();
+        ForgetRecords();
     }
 };
 
@@ -105,13 +96,13 @@ constexpr const char* kUpdateFailed = "5 CAIManager::checkTokenValidity|Update t
 TEST_F(MonitorTest, StopsAndStartsAgain) {
     Veltra::Veltra_Unit();  // before the first login: sets the flag alone
     for (const auto& stop : {&Veltra::Veltra_Unit, &Veltra::Veltra_Disable}) {
-        scripted::ForgetRecords();
+        ForgetRecords();
         Veltra::Veltra_Enable();
         ASSERT_TRUE(LogIn());
         ASSERT_TRUE(LogIn());  // a second login leaves the monitor alone
         ASSERT_TRUE(Eventually(MonitorWaits));
         EXPECT_TRUE(stop());
-        EXPECT_EQ(scripted::WaitsUnderWay(kCheckInterval), 0U);
+        EXPECT_EQ(WaitsUnderWay(kCheckInterval), 0U);
         EXPECT_TRUE(stop());
         EXPECT_EQ(Count(kBegin), 1U);
         EXPECT_EQ(Count(kEnd), 1U);
@@ -120,20 +111,16 @@ TEST_F(MonitorTest, StopsAndStartsAgain) {
 
 TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
     LogInUntilTheMonitorWaits();
-    scripted::AnswerBy([](const scripted::Request&) -> scripted::Answer {
-        throw std::runtime_error("from below");
-    });
-    scripted::ExpireWaits(kCheckInterval);
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kCheckInterval) == 2; }));
+    AnswerBy([](const Request&) -> Answer { throw std::runtime_error("from below"); });
+    LetItCheck();
     EXPECT_EQ(Count("5 CAIManager::MonitorLoop|check of the token failed:from below"), 1U);
 
-    scripted::AnswerInOrder({});  // the probe fails: the service is not usable
-    scripted::ExpireWaits(kCheckInterval);
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kCheckInterval) == 3; }));
+    AnswerInOrder({});  // the probe fails: the service is not usable
+    LetItCheck();
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
     AnswerTokens();
-    scripted::ExpireWaits(kCheckInterval);
-    EXPECT_TRUE(Eventually(&Veltra::Veltra_IsLLMServiceValid));
+    LetItCheck();
+    EXPECT_TRUE(Veltra::Veltra_IsLLMServiceValid());
 }
 
 TEST_F(MonitorTest, SystemClockMayShowAnything) {
@@ -145,34 +132,34 @@ TEST_F(MonitorTest, SystemClockMayShowAnything) {
         std::int64_t now;
         std::size_t renewals;
         bool rejected = false;
-    } steps[] = {{kLogin - kLifetime, 0},
-                 {0, 0},
-                 {-1, 0},
-                 {kLowest, 0},
-                 {kLogin + kLifetime, 0},
-                 {kLogin + kLifetime + 1, 1},
-                 {kLogin + kLifetime + 1, 0},
-                 {kLogin + 100 * 365 * 2 * kLifetime, 1},
-                 {kHighest, 1},
-                 {kHighest, 0},
-                 {kLogin, 0},        // looks younger than new
-                 {kLogin, 1, true},  // and is replaced when it is rejected all the same
-                 {kLowest, 1, true},
-                 {kLowest + kLifetime, 0},
-                 {kHighest, 1}};
-    scripted::SetNow(kLogin);
+    } steps[] = {
+        {kLogin - kLifetime, 0},
+        {0, 0},
+        {-1, 0},
+        {kLowest, 0},
+        {kLogin + kLifetime, 0},
+        {kLogin + kLifetime + 1, 1},
+        {kLogin + kLifetime + 1, 0},
+        {kLogin + 100 * 365 * 2 * kLifetime, 1},
+        {kHighest, 1},
+        {kHighest, 0},
+        {kLogin, 0},        // looks younger than new
+        {kLogin, 1, true},  // and is replaced when it is rejected all the same
+        {kLowest, 1, true},
+        {kLowest + kLifetime, 0},
+        {kHighest, 1},
+    };
+    SetNow(kLogin);
     LogInUntilTheMonitorWaits();
-    std::size_t waits = 1;
+    std::size_t checks = 1;
     for (const auto& [now, renewals, rejected] : steps) {
-        SCOPED_TRACE(testing::Message() << "step " << waits << ", clock at " << now);
-        scripted::ForgetRequests();
-        scripted::SetNow(now);
+        SCOPED_TRACE(testing::Message() << "step " << checks << ", clock at " << now);
+        ForgetRequests();
+        SetNow(now);
         if (rejected) Manager().SetTokenValid(false);
-        ASSERT_EQ(scripted::WaitsBegun(kCheckInterval), waits) << "no wait heeds the system clock";
-        scripted::ExpireWaits(kCheckInterval);
-        ++waits;
-        ASSERT_TRUE(Eventually([&] { return scripted::WaitsBegun(kCheckInterval) == waits; }));
-        EXPECT_EQ(scripted::TokenRequests(), renewals);
+        EXPECT_EQ(WaitsBegun(kCheckInterval), checks++) << "no wait heeds the system clock";
+        LetItCheck();
+        EXPECT_EQ(TokenRequests(), renewals);
     }
 }
 
@@ -180,31 +167,31 @@ TEST_F(MonitorTest, StopCutsThePause) {
     LogInUntilTheMonitorWaits();
     AnswerTokens(false);
     Manager().SetTokenValid(false);
-    scripted::ForgetRequests();
-    scripted::ExpireWaits(kCheckInterval);
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 1; }));
+    ForgetRequests();
+    ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 1; }));
 
     Threads threads;  // a query's check is in its pause as well
     threads.Add([] { Manager().checkTokenValidity(); });
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 2; }));
-    const std::size_t requests = scripted::TokenRequests();
+    ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 2; }));
+    const std::size_t requests = TokenRequests();
     Veltra::Veltra_Unit();
     threads.Join();
-    EXPECT_EQ(scripted::TokenRequests(), requests) << "no renewal after a cut pause";
+    EXPECT_EQ(TokenRequests(), requests) << "no renewal after a cut pause";
 
     // Begun while the monitor is stopped: pauses in full.
     threads.Add([] { Manager().checkTokenValidity(); });
     for (std::size_t pause = 3; pause <= 5; ++pause) {
-        ASSERT_TRUE(Eventually([&] { return scripted::WaitsBegun(kRetryPause) == pause; }));
-        scripted::ExpireWaits(kRetryPause);
+        ASSERT_TRUE(Eventually([&] { return WaitsBegun(kRetryPause) == pause; }));
+        ExpireWaits(kRetryPause);
     }
 }
 
 TEST_F(MonitorTest, FailedRenewalIsTriedThreeTimesMore) {
     LogInWithoutMonitor(true);
-    scripted::ExpireAtOnce(kRetryPause);
+    ExpireAtOnce(kRetryPause);
     Manager().checkTokenValidity();
-    EXPECT_EQ(scripted::TokenRequests(), 4U * 2U);  // production and test endpoint each time
+    EXPECT_EQ(TokenRequests(), 4U * 2U);  // production and test endpoint each time
     EXPECT_EQ(Count(kUpdateFailed), 1U);
     EXPECT_EQ(Count("5 CAIManager::renewAuthenticationToken|get token failed,not get token"), 4U);
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
@@ -217,13 +204,13 @@ TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
     constexpr int kChecks = 8;
     Gate gate;
     std::atomic<int> probes{0};
-    scripted::AnswerBy([&](const scripted::Request& request) {
-        if (scripted::IsTokenRequest(request)) {
+    AnswerBy([&](const Request& request) {
+        if (IsTokenRequest(request)) {
             gate.Pass();
-            return scripted::Lost();
+            return Lost();
         }
         ++probes;
-        return scripted::Ok("x");
+        return Ok("x");
     });
     Threads threads;
     threads.Add(kChecks, [] { Manager().checkTokenValidity(); });
@@ -231,17 +218,16 @@ TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
     gate.Open();
     // A check that hadn't looked at the token when the first renewal ended makes a round of its
     // own; from the first pause on all share.
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsBegun(kRetryPause) == kChecks; }));
-    const std::size_t firstRound = scripted::TokenRequests();
-    for (std::size_t round = 1; round <= 3; ++round) {
-        scripted::ExpireWaits(kRetryPause);
-        if (round == 3) break;
-        ASSERT_TRUE(
-            Eventually([&] { return scripted::WaitsBegun(kRetryPause) == (round + 1) * kChecks; }));
-        EXPECT_EQ(scripted::TokenRequests(), firstRound + 2 * round);
+    ASSERT_TRUE(Eventually([] { return WaitsBegun(kRetryPause) == kChecks; }));
+    const std::size_t firstRound = TokenRequests();
+    for (std::size_t round = 1; round < 3; ++round) {
+        ExpireWaits(kRetryPause);
+        ASSERT_TRUE(Eventually([&] { return WaitsBegun(kRetryPause) == (round + 1) * kChecks; }));
+        EXPECT_EQ(TokenRequests(), firstRound + 2 * round);
     }
+    ExpireWaits(kRetryPause);
     threads.Join();
-    EXPECT_EQ(scripted::TokenRequests(), firstRound + 2 * 3);
+    EXPECT_EQ(TokenRequests(), firstRound + 2 * 3);
     EXPECT_EQ(Count(kUpdateFailed), static_cast<std::size_t>(kChecks));
 }
 
@@ -249,12 +235,12 @@ TEST_F(MonitorTest, SuccessEndsAllPauses) {
     LogInWithoutMonitor(true);
     Threads threads;
     threads.Add(4, [] { Manager().checkTokenValidity(); });
-    ASSERT_TRUE(Eventually([] { return scripted::WaitsUnderWay(kRetryPause) == 4; }));
+    ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 4; }));
     AnswerTokens();
-    scripted::ForgetRequests();
+    ForgetRequests();
     EXPECT_TRUE(LogIn());
     threads.Join();
-    EXPECT_EQ(scripted::TokenRequests(), 1U);
+    EXPECT_EQ(TokenRequests(), 1U);
 }
 
 TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
@@ -262,12 +248,12 @@ TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
     Gate gate;
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
-    scripted::AnswerBy([&](const scripted::Request& request) {
-        if (!scripted::IsTokenRequest(request)) return scripted::Ok("x");
+    AnswerBy([&](const Request& request) {
+        if (!IsTokenRequest(request)) return Ok("x");
         RaiseTo(most, ++inside);
         gate.Pass();
         --inside;
-        return scripted::Ok(scripted::TokenBody("bearer-1"));
+        return Ok(TokenBody("bearer-1"));
     });
     Threads threads;
     threads.Add(3, [] { EXPECT_TRUE(LogIn()); });
@@ -276,7 +262,7 @@ TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
         [] { return Count("3 Veltra_Authentication|veltra is enable,begin authen.") == 3; }));
     gate.Open();
     threads.Join();
-    EXPECT_EQ(scripted::TokenRequests(), 3U);
+    EXPECT_EQ(TokenRequests(), 3U);
     EXPECT_EQ(most, 1);
 }
 
@@ -286,22 +272,22 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
     Gate lateRejection;
     Gate renewal;
     std::atomic<int> probes{0};
-    scripted::AnswerBy([&](const scripted::Request& request) {
-        if (scripted::IsTokenRequest(request)) {
+    AnswerBy([&](const Request& request) {
+        if (IsTokenRequest(request)) {
             if (probes > 0) renewal.Pass();
-            return scripted::Ok(scripted::TokenBody("bearer-1"));
+            return Ok(TokenBody("bearer-1"));
         }
-        if (scripted::IsProbe(request)) {
+        if (IsProbe(request)) {
             ++probes;
-            return scripted::Ok("x");
+            return Ok("x");
         }
         // The gateway hands out the same text again, so the count of answers tells old from new.
         const bool late = request.Data().find("late") != std::string::npos;
         Gate& gate = late ? lateRejection : rejection;
         static thread_local int sent = 0;
-        if (sent++ > 0) return scripted::Ok(scripted::ResultBody("y"));
+        if (sent++ > 0) return Ok(ResultBody("y"));
         gate.Pass();
-        return scripted::Ok(scripted::RefusalBody("1", "LAP500004"));
+        return Ok(RefusalBody("1", "LAP500004"));
     });
     LogInWithoutMonitor(false);
     const int probesBefore = probes;
@@ -328,12 +314,12 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
     renewal.Open();
     threads.Join();
     EXPECT_EQ(answered, kQueries);
-    EXPECT_EQ(scripted::TokenRequests(), 1U);
+    EXPECT_EQ(TokenRequests(), 1U);
 
     lateRejection.Open();  // of the token before: the new one stays valid
     late.Join();
     EXPECT_EQ(answered, kQueries + 1);
-    EXPECT_EQ(scripted::TokenRequests(), 1U);
+    EXPECT_EQ(TokenRequests(), 1U);
 }
 
 TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
@@ -341,26 +327,24 @@ TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
     const auto host = std::this_thread::get_id();
     std::atomic<int> calls{0};
     std::atomic<bool> logsInAgain{true};
-    scripted::ReactToRecords([&](const std::string& record) {
+    ReactToRecords([&](const std::string& record) {
         const bool probed = record.find("IsDomianValid") != record.npos;
         if (std::this_thread::get_id() == host || !probed) return;
         EXPECT_TRUE(Veltra::Veltra_Unit());  // asks for the end and doesn't wait
         EXPECT_TRUE(!logsInAgain || LogIn());
         ++calls;
     });
-    const auto probeFails = [](const scripted::Request& request) {
-        return scripted::IsTokenRequest(request) ? scripted::Ok(scripted::TokenBody("bearer-1"))
-                                                 : scripted::Lost();
-    };
-    scripted::AnswerBy(probeFails);
-    scripted::ExpireWaits(kCheckInterval);
+    AnswerBy([](const Request& request) {
+        return IsTokenRequest(request) ? Ok(TokenBody("bearer-1")) : Lost();
+    });
+    ExpireWaits(kCheckInterval);
     ASSERT_TRUE(Eventually([&] { return calls == 1; }));
     ASSERT_TRUE(Eventually(MonitorWaits)) << "told to end, then to go on";
 
     logsInAgain = false;
-    scripted::ExpireWaits(kCheckInterval);
+    ExpireWaits(kCheckInterval);
     ASSERT_TRUE(Eventually([&] { return calls == 2; }));
-    scripted::ReactToRecords(nullptr);
+    ReactToRecords(nullptr);
     AnswerTokens();
     ASSERT_TRUE(LogIn());  // joins the one that was told to end, and monitors again
     ASSERT_TRUE(Eventually(MonitorWaits));
@@ -368,7 +352,7 @@ TEST_F(MonitorTest, HandlersOnTheMonitorMayCallBackIn) {
 
 TEST_F(MonitorTest, HandlersInALoginMayCallBackIn) {
     bool nested = true;
-    scripted::ReactToRecords([&](const std::string& record) {
+    ReactToRecords([&](const std::string& record) {
         if (record.find("get token use domain") == record.npos) return;
         nested = LogIn();  // would wait for its own thread
         EXPECT_TRUE(Veltra::Veltra_Unit());
@@ -377,21 +361,21 @@ TEST_F(MonitorTest, HandlersInALoginMayCallBackIn) {
     EXPECT_FALSE(nested);
     EXPECT_EQ(Count(kBegin), 0U) << "a stop in the middle of a login wins over its start";
 
-    scripted::ReactToRecords([](const std::string& record) {
+    ReactToRecords([](const std::string& record) {
         if (record == kBegin) Veltra::Veltra_Unit();
     });
     EXPECT_TRUE(LogIn());
     EXPECT_EQ(Count(kBegin), 1U);
-    scripted::ReactToRecords(nullptr);
+    ReactToRecords(nullptr);
     EXPECT_TRUE(LogIn());  // the one that was stopped while it began is replaced
     EXPECT_TRUE(Eventually(MonitorWaits));
 }
 
 TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
     Gate gate;
-    scripted::AnswerBy([&](const scripted::Request&) {
+    AnswerBy([&](const Request&) {
         gate.Pass();
-        return scripted::Ok(scripted::TokenBody("bearer-1"));
+        return Ok(TokenBody("bearer-1"));
     });
     Threads threads;
     threads.Add([] { EXPECT_TRUE(LogIn()); });
@@ -406,14 +390,14 @@ TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
     LogInUntilTheMonitorWaits();
     const auto stopInFirst = [](bool probe) {
         Gate gate;
-        scripted::AnswerBy([&](const scripted::Request& request) {
-            if (probe == scripted::IsTokenRequest(request)) return scripted::Ok("x");
+        AnswerBy([&](const Request& request) {
+            if (probe == IsTokenRequest(request)) return Ok("x");
             gate.Pass();
-            return scripted::Lost();
+            return Lost();
         });
         Manager().SetTokenValid(false);
-        scripted::ForgetRequests();
-        scripted::ExpireWaits(kCheckInterval);
+        ForgetRequests();
+        ExpireWaits(kCheckInterval);
         ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
         const std::uint64_t before = Manager().StopRequests();
         Threads threads;
@@ -421,7 +405,7 @@ TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
         ASSERT_TRUE(Eventually([&] { return Manager().StopRequests() != before; }));
         gate.Open();
         threads.Join();
-        EXPECT_EQ(scripted::Requests().size(), probe ? 1U : 2U);
+        EXPECT_EQ(Requests().size(), probe ? 1U : 2U);
         EXPECT_TRUE(Manager().IsLLMServiceValid()) << "what was given up says nothing";
     };
     stopInFirst(true);
@@ -435,15 +419,15 @@ TEST_F(MonitorTest, SwitchesFromManyThreads) {
     static thread_local bool isHost = false;
     std::atomic<int> monitors{0};
     std::atomic<int> mostMonitors{0};
-    scripted::AnswerBy([&](const scripted::Request& request) {
-        if (scripted::IsTokenRequest(request)) return scripted::Ok(scripted::TokenBody("bearer-1"));
-        if (isHost) return scripted::Ok("x");
+    AnswerBy([&](const Request& request) {
+        if (IsTokenRequest(request)) return Ok(TokenBody("bearer-1"));
+        if (isHost) return Ok("x");
         RaiseTo(mostMonitors, ++monitors);
         std::this_thread::yield();
         --monitors;
-        return scripted::Ok("x");
+        return Ok("x");
     });
-    scripted::ExpireAtOnce(kCheckInterval);
+    ExpireAtOnce(kCheckInterval);
     const std::vector<std::function<bool()>> calls = {
         [] { return LogIn(); }, &Veltra::Veltra_Unit, &Veltra::Veltra_Disable,
         &Veltra::Veltra_Enable, [] { return Veltra::Veltra_SetDomain("https://a"); }};

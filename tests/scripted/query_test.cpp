@@ -4,13 +4,10 @@
 
 namespace {
 
-using scripted::Answer;
-using scripted::Lines;
-using scripted::Manager;
-using scripted::Ok;
+using namespace scripted;
 using Veltra::FilterType;
 
-class QueryTest : public scripted::LoggedIn {
+class QueryTest : public LoggedIn {
  protected:
     static std::shared_ptr<Veltra::CHumanMessage> Message(const std::string& id = "abc") {
         auto message = std::make_shared<Veltra::CHumanMessage>();
@@ -41,24 +38,23 @@ constexpr const char* kBody =
     R"("sensitiveContentCfg":{"inputWords":["1","2"],"filterTags":[]}})";
 
 TEST_F(QueryTest, RequestOnTheWire) {
-    std::vector<scripted::Request> sent;
-    scripted::AnswerBy([&](const scripted::Request& request) {
+    std::vector<Request> sent;
+    AnswerBy([&](const Request& request) {
         sent.push_back(request);
-        return Ok(scripted::ResultBody("hello"));
+        return Ok(ResultBody("hello"));
     });
     EXPECT_EQ(Run(Message()), "true|0|");
     EXPECT_EQ(result->GetContent(), "hello");
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].Method(), "POST");
-    EXPECT_EQ(sent[0].Url().Text(), std::string("https://llm.test") + scripted::kQueryPath);
+    EXPECT_EQ(sent[0].Url().Text(), std::string("https://llm.test") + kQueryPath);
     EXPECT_EQ(sent[0].ContentType(), "application/json");
-    using Field = scripted::Request::HeaderField;
+    using Field = Request::HeaderField;
     EXPECT_EQ(sent[0].Headers(), (std::vector<Field>{{"Authorization", "Bearer bearer-1"}}));
     EXPECT_EQ(sent[0].Data(), kBody);
-    EXPECT_EQ(scripted::Records(),
-              (Lines{std::string("2 AISession::ExecuteQuery|request:") + kBody,
-                     std::string("3 AISession::ExecuteQuery|request:") + kBody +
-                         ",http client get response:" + scripted::ResultBody("hello")}));
+    EXPECT_EQ(Records(), (Lines{std::string("2 AISession::ExecuteQuery|request:") + kBody,
+                                std::string("3 AISession::ExecuteQuery|request:") + kBody +
+                                    ",http client get response:" + ResultBody("hello")}));
 }
 
 TEST_F(QueryTest, BodyOfEachFilterType) {
@@ -84,27 +80,27 @@ TEST_F(QueryTest, BodyOfEachFilterType) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.type);
-        scripted::ForgetRequests();
-        scripted::AnswerInOrder({Ok(scripted::ResultBody(""))});
+        ForgetRequests();
+        AnswerInOrder({Ok(ResultBody(""))});
         const auto message = Message();
         message->SetFilterType(static_cast<FilterType>(each.type));
         message->SetSensitiveContent(each.content);
         EXPECT_EQ(Run(message), "true|0|");
         EXPECT_EQ(result->GetContent(), "");
-        const std::string request = scripted::Requests().at(0);
+        const std::string request = Requests().at(0);
         EXPECT_EQ(request.substr(request.find(R"("sensitive)")), each.expected);
     }
 }
 
 TEST_F(QueryTest, FreshMessageAndUnescapedText) {
-    scripted::AnswerInOrder({Ok("{}"), Ok("{}")});
+    AnswerInOrder({Ok("{}"), Ok("{}")});
     Run(std::make_shared<Veltra::CHumanMessage>());
-    const std::string record = scripted::Records().at(0);
+    const std::string record = Records().at(0);
     const std::string prefix = "4 AISession::ExecuteQuery|sessionID isempty,set id is:";
     ASSERT_EQ(record.compare(0, prefix.size(), prefix), 0) << record;
     const std::string id = record.substr(prefix.size());
     EXPECT_EQ(id.size(), 36U);
-    const std::string request = scripted::Requests().at(0);
+    const std::string request = Requests().at(0);
     EXPECT_EQ(request.substr(request.find('{')),
               R"({"traceId":")" + id +
                   R"(","promptKey":"","replaceElements":{},)"
@@ -113,19 +109,18 @@ TEST_F(QueryTest, FreshMessageAndUnescapedText) {
     auto message = Message("a\"b");
     message->SetElements("p\\k", {{"n\"", "v\n\xc3\xa9"}});
     Run(message);
-    const std::string raw = scripted::Requests().at(1);
+    const std::string raw = Requests().at(1);
     EXPECT_EQ(raw.substr(raw.find('{'), 62),
               "{\"traceId\":\"a\"b\",\"promptKey\":\"p\\k\",\"replaceElements\":{\"n\"\":\"v\n");
 }
 
 /// What the gateway may answer besides: see the fault matrix.
 TEST_F(QueryTest, RepeatsUntilAnAnswerComes) {
-    scripted::AnswerInOrder(
-        {scripted::Status(500), scripted::Lost(), Ok(scripted::ResultBody("y"))});
+    AnswerInOrder({Status(500), Lost(), Ok(ResultBody("y"))});
     EXPECT_EQ(Run(Message()), "true|0|");
-    const Lines requests = scripted::Requests();
+    const Lines requests = Requests();
     EXPECT_EQ(requests, Lines(3, requests.at(0)));
-    EXPECT_EQ(scripted::Records().at(1),
+    EXPECT_EQ(Records().at(1),
               "5 AISession::ExecuteQuery|http client send message failed,errcode:500");
 }
 
@@ -144,11 +139,11 @@ TEST_F(QueryTest, NothingIsSentWithout) {
     };
     for (const auto& each : cases) {
         each.before();
-        scripted::ForgetRecords();
+        ForgetRecords();
         EXPECT_EQ(Run(each.message), "false|" + each.expected);
-        EXPECT_EQ(scripted::Records(), Lines{"5 AISession::ExecuteQuery|" + each.record});
+        EXPECT_EQ(Records(), Lines{"5 AISession::ExecuteQuery|" + each.record});
     }
-    EXPECT_EQ(scripted::Requests(), Lines{});
+    EXPECT_EQ(Requests(), Lines{});
 }
 
 TEST_F(QueryTest, MovedFromMessage) {
@@ -157,8 +152,7 @@ TEST_F(QueryTest, MovedFromMessage) {
     const Veltra::CHumanMessage taken(std::move(*message));
     message->SetSessionID("ignored");
     EXPECT_EQ(Run(message), "false|1|");
-    EXPECT_EQ(scripted::Records(),
-              Lines{"5 AISession::ExecuteQuery|humanmessage manager ptr is nullptr"});
+    EXPECT_EQ(Records(), Lines{"5 AISession::ExecuteQuery|humanmessage manager ptr is nullptr"});
 
     copy->SetSessionID("seen through all copies");
     EXPECT_EQ(copy->GetPtrManager(), taken.GetPtrManager());
@@ -172,44 +166,40 @@ TEST_F(QueryTest, SensitiveValueIsNeverSent) {
     Veltra::Veltra_SetsitiveWords({Veltra::PhraseKey("bad word")}, 2);
     const auto message = Message("");
     message->SetElements("bad word", {{"bad word", "fine"}});
-    scripted::AnswerInOrder({Ok(scripted::ResultBody("y"))});
+    AnswerInOrder({Ok(ResultBody("y"))});
     EXPECT_EQ(Run(message), "true|0|");  // keys and the prompt key are not screened
 
-    scripted::ForgetRecords();
-    scripted::ForgetRequests();
+    ForgetRecords();
+    ForgetRequests();
     message->SetFilterType(FilterType::None);
     message->SetElements("pk", {{"a", "fine"}, {"b", "a bad word."}});
     EXPECT_EQ(Run(message), "false|4|has sensitive words");
-    EXPECT_EQ(scripted::Records(), Lines{"5 AISession::ExecuteQuery|has sensitive words"});
-    EXPECT_EQ(scripted::Requests(), Lines{});
+    EXPECT_EQ(Records(), Lines{"5 AISession::ExecuteQuery|has sensitive words"});
+    EXPECT_EQ(Requests(), Lines{});
 }
 
 TEST_F(QueryTest, WhatIsScreenedIsWhatIsSent) {
     const auto message = Message("");
-    scripted::ReactToRecords([&](const std::string& record) {
+    ReactToRecords([&](const std::string& record) {
         if (record.find("sessionID isempty") != record.npos) message->SetElements("other", {});
     });
-    scripted::AnswerInOrder({Ok(scripted::ResultBody("y"))});
+    AnswerInOrder({Ok(ResultBody("y"))});
     EXPECT_EQ(Run(message), "true|0|");
-    EXPECT_NE(scripted::Requests().at(0).find(R"("promptKey":"pk","replaceElements":{"a":"1")"),
+    EXPECT_NE(Requests().at(0).find(R"("promptKey":"pk","replaceElements":{"a":"1")"),
               std::string::npos);
 }
 
 TEST_F(QueryTest, RejectedTokenIsRenewedAndTheQueryRepeated) {
-    const Answer rejected = Ok(scripted::RefusalBody("1", "LAP500004 and CCF083001"));
+    const Answer rejected = Ok(RefusalBody("1", "LAP500004 and CCF083001"));
     const Answer probe = Ok("x");
-    const auto token = [](const char* text) { return Ok(scripted::TokenBody(text)); };
+    const auto token = [](const char* text) { return Ok(TokenBody(text)); };
     const struct {
         const char* name;
         std::vector<Answer> answers;
         std::string expected;
     } cases[] = {
-        {"answered",
-         {rejected, probe, token("bearer-2"), Ok(scripted::ResultBody("y"))},
-         "true|0|"},
-        {"refused",
-         {rejected, probe, token("bearer-3"), Ok(scripted::RefusalBody("9", "no"))},
-         "false|1|no"},
+        {"answered", {rejected, probe, token("bearer-2"), Ok(ResultBody("y"))}, "true|0|"},
+        {"refused", {rejected, probe, token("bearer-3"), Ok(RefusalBody("9", "no"))}, "false|1|no"},
         {"not JSON",
          {rejected, probe, token("bearer-4"), Ok("<>")},
          "false|1|LAP500004 and CCF083001"},
@@ -219,11 +209,11 @@ TEST_F(QueryTest, RejectedTokenIsRenewedAndTheQueryRepeated) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         Manager().SetLLMServiceValid(true);
-        scripted::ForgetRequests();
-        scripted::AnswerInOrder(each.answers);
+        ForgetRequests();
+        AnswerInOrder(each.answers);
         EXPECT_EQ(Run(Message()), each.expected);
-        EXPECT_EQ(scripted::TokenRequests(), 1U);
-        const Lines requests = scripted::Requests();
+        EXPECT_EQ(TokenRequests(), 1U);
+        const Lines requests = Requests();
         ASSERT_GE(requests.size(), 4U);
         EXPECT_EQ(requests[0], requests[3]) << "the same body again";
     }

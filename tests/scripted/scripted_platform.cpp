@@ -28,9 +28,7 @@ struct Wait {
 struct State {
     std::mutex mutex;
     std::function<Answer(const Request&)> answer = [](const Request&) { return Lost(); };
-    std::vector<std::string> requests;
-    std::vector<bool> probes;
-    std::size_t tokenRequests = 0;
+    std::vector<Request> requests;
     std::list<Wait> waits;
     std::map<std::chrono::milliseconds, std::size_t> waitsBegun;
     std::set<std::chrono::milliseconds> expireAtOnce;
@@ -107,30 +105,30 @@ bool IsProbe(const Request& request) {
     return !IsTokenRequest(request) && request.Headers().empty();
 }
 
-std::vector<std::string> Requests() {
+/// The requests so far but those that are left out.
+std::vector<std::string> RequestsWithout(bool (*leftOut)(const Request&)) {
     const std::lock_guard<std::mutex> lock(TheState().mutex);
-    return TheState().requests;
-}
-
-std::vector<std::string> RequestsButProbes() {
-    const std::lock_guard<std::mutex> lock(TheState().mutex);
-    std::vector<std::string> requests;
-    for (std::size_t i = 0; i < TheState().requests.size(); ++i) {
-        if (!TheState().probes[i]) requests.push_back(TheState().requests[i]);
+    std::vector<std::string> shown;
+    for (const Request& request : TheState().requests) {
+        if (!leftOut(request))
+            shown.push_back(request.Method() + " " + request.Url().Text() + " " + request.Data());
     }
-    return requests;
+    return shown;
 }
 
+std::vector<std::string> Requests() {
+    return RequestsWithout([](const Request&) { return false; });
+}
+std::vector<std::string> RequestsButProbes() {
+    return RequestsWithout(&IsProbe);
+}
 std::size_t TokenRequests() {
-    const std::lock_guard<std::mutex> lock(TheState().mutex);
-    return TheState().tokenRequests;
+    return RequestsWithout([](const Request& request) { return !IsTokenRequest(request); }).size();
 }
 
 void ForgetRequests() {
     const std::lock_guard<std::mutex> lock(TheState().mutex);
     TheState().requests.clear();
-    TheState().probes.clear();
-    TheState().tokenRequests = 0;
 }
 
 void SetNow(std::int64_t milliseconds) {
@@ -215,10 +213,7 @@ bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* re
     std::function<scripted::Answer(const CHttpClientRequest&)> answerer;
     {
         const std::lock_guard<std::mutex> lock(state.mutex);
-        state.requests.push_back(request.Method() + " " + request.Url().Text() + " " +
-                                 request.Data());
-        state.probes.push_back(scripted::IsProbe(request));
-        if (scripted::IsTokenRequest(request)) ++state.tokenRequests;
+        state.requests.push_back(request);
         answerer = state.answer;
     }
     const scripted::Answer answer = answerer(request);
