@@ -91,6 +91,7 @@ const Row rows[] = {
     // Hours, minutes and seconds keep the clock, but only at the end of the expression.
     {friday, "-2h", Start::either, 0, "2024-03-15 08:20:30", ""},
     {friday, "-1d-31s", Start::either, 0, "2024-03-14 10:19:59", ""},
+    {friday, "-1min~0h", Start::either, 0, "2024-03-15 10:59:59", ""},
     {friday, "-1min-1min", Start::end, 0, nullptr, "Invalid format:in"},
     // Weeks.
     {friday, "+0w", Start::day, 6, "2024-03-09 00:00:00", ""},
@@ -99,6 +100,7 @@ const Row rows[] = {
     {"2024-03-16 10:20:30", "~0w", Start::end, 3, "2024-03-16 23:59:59", ""},
     // Months and years, and the days that they leave astray.
     {friday, "~0m", Start::end, 0, "2024-03-31 23:59:59", ""},
+    {friday, "5S~0y-1d", Start::end, 0, "2024-12-30 23:59:59", ""},
     {friday, "~-1m", Start::end, 0, "", strayDay},
     {friday, "0m", Start::day, 0, "2023-12-15 00:00:00", ""},
     {"2024-03-31 10:20:30", "-1m", Start::either, 0, "", strayDay},
