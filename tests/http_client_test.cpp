@@ -238,4 +238,11 @@ TEST_F(HttpClientTest, UsesTheProxyExceptForLoopback) {
     EXPECT_EQ(proxy.Requests()[0].rfind("POST http://gateway.invalid/a HTTP/1.1\r\n", 0), 0U);
 }
 
+TEST_F(HttpClientTest, WaitsForNoBodyAfterHead) {
+    RawServer server(RawServer::Always("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n"));
+    const Outcome outcome = Send(CHttpClientRequest("HEAD", URL(server.Url())));
+    EXPECT_EQ(outcome.response.GetStatusCode(), 200) << outcome.error.text;
+    EXPECT_EQ(outcome.Body(), "");
+}
+
 }  // namespace
