@@ -56,12 +56,6 @@ class RawServer {
             return true;
         }
 
-        /// The connection ends with a reset in place of an orderly end.
-        void Reset() {
-            const linger atOnce{1, 0};
-            setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-        }
-
      private:
         friend class RawServer;
 
