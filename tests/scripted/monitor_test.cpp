@@ -354,7 +354,8 @@ TEST_F(MonitorTest, HandlersInALoginMayCallBackIn) {
     bool nested = true;
     ReactToRecords([&](const std::string& record) {
         if (record.find("get token use domain") == record.npos) return;
-        nested = LogIn();  // would wait for its own thread
+        nested = LogIn();  // would wait for its own thread, as would a check
+        Manager().checkTokenValidity();
         EXPECT_TRUE(Veltra::Veltra_Unit());
     });
     EXPECT_TRUE(LogIn());
