@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker's name
 extern "C" void __real_qlog_set_handler(qlog_handler handler, void* context, int minLevel);
 
 namespace {
@@ -22,7 +23,7 @@ struct Wish {
     qlog_handler handler;
     void* context;
     int minLevel;
-    const Wish* earlier;
+    Wish* earlier;
 };
 
 /// The secret keys of all tests have "secret" in them, their tokens "bearer", as the header has.
@@ -38,7 +39,8 @@ bool ShowsASecret(std::string text) {
 
 void Look(int level, const char* tag, const char* message, void* context) {
     if (ShowsASecret(message)) {
-        std::fprintf(stderr, "a record shows a secret: %d %s %s\n", level, tag, message);
+        static_cast<void>(
+            std::fprintf(stderr, "a record shows a secret: %d %s %s\n", level, tag, message));
         std::abort();
     }
     const Wish& wish = *static_cast<const Wish*>(context);
@@ -46,13 +48,13 @@ void Look(int level, const char* tag, const char* message, void* context) {
     if (wish.handler != nullptr) {
         wish.handler(level, tag, message, wish.context);
     } else {
-        std::fprintf(stderr, "%d %s: %s\n", level, tag, message);
+        static_cast<void>(std::fprintf(stderr, "%d %s: %s\n", level, tag, message));
     }
 }
 
-const Wish* Keep(qlog_handler handler, void* context, int minLevel) {
+Wish* Keep(qlog_handler handler, void* context, int minLevel) {
     static std::mutex mutex;
-    static const Wish* latest = nullptr;
+    static Wish* latest = nullptr;
     const std::lock_guard<std::mutex> lock(mutex);
     latest = new Wish{handler, context, minLevel, latest};
     return latest;
@@ -60,8 +62,9 @@ const Wish* Keep(qlog_handler handler, void* context, int minLevel) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker's name
 extern "C" void __wrap_qlog_set_handler(qlog_handler handler, void* context, int minLevel) {
-    __real_qlog_set_handler(&Look, const_cast<Wish*>(Keep(handler, context, minLevel)), 0);
+    __real_qlog_set_handler(&Look, Keep(handler, context, minLevel), 0);
 }
 
 namespace {

@@ -56,6 +56,7 @@ Credentials readFile(const std::string& file) {
 }
 
 std::string environment(const char* name) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the program never sets its environment
     const char* const value = std::getenv(name);
     return value == nullptr ? std::string() : std::string(value);
 }
