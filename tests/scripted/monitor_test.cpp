@@ -415,6 +415,26 @@ TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
     stopInFirst(false);
 }
 
+TEST_F(MonitorTest, StopEndsAMonitorThatWaitsForALogin) {
+    LogInUntilTheMonitorWaits();
+    Gate gate;
+    AnswerBy([&](const Request& request) {
+        if (!IsTokenRequest(request)) return Lost();
+        gate.Pass();
+        return Ok(TokenBody("bearer-2"));
+    });
+    Threads threads;
+    threads.Add([] { LogIn(); });
+    ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
+    Manager().SetTokenValid(false);
+    ExpireWaits(kCheckInterval);
+    ASSERT_TRUE(Eventually([] { return !Manager().IsLLMServiceValid(); })) << "probed: its turn";
+    EXPECT_TRUE(Veltra::Veltra_Unit());
+    EXPECT_EQ(gate.Waiting(), 1);
+    gate.Open();
+    threads.Join();
+}
+
 TEST_F(MonitorTest, SwitchesFromManyThreads) {
     // Threads of the library are those that the test didn't make.
     static thread_local bool isHost = false;
