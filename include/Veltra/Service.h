@@ -47,7 +47,7 @@ VELTRA_API bool Veltra_IsLLMServiceValid();
 /// request on.
 ///
 /// Blocks for a probe of the domain, at most three attempts. False, with nothing changed, when the
-/// probe fails or, without a record, when the domain is empty.
+/// probe fails, as it does for an empty domain.
 VELTRA_API bool Veltra_SetDomain(const std::string& domain);
 
 /// Probes a domain as `Veltra_SetDomain` does and changes nothing. False while the layer is not
