@@ -210,6 +210,8 @@ TEST_F(ManagerTest, LoginGuards) {
     EXPECT_FALSE(LogIn(nullptr));
     auto moved = License({"k"});
     const Veltra::CLicenseInfo taken(std::move(*moved));
+    moved->SetLicenseKey("ignored", {});
+    moved->SetProductVersion("ignored");
     EXPECT_FALSE(LogIn(moved));
     ReactToRecords([](const std::string& record) {
         if (record.find("product version") != std::string::npos) Veltra::Veltra_Disable();

@@ -151,6 +151,9 @@ TEST_F(QueryTest, MovedFromMessage) {
     auto copy = std::make_shared<Veltra::CHumanMessage>(*message);
     const Veltra::CHumanMessage taken(std::move(*message));
     message->SetSessionID("ignored");
+    message->SetElements("ignored", {});
+    message->SetFilterType(FilterType::CheckInput);
+    message->SetSensitiveContent({});
     EXPECT_EQ(Run(message), "false|1|");
     EXPECT_EQ(Records(), Lines{"5 AISession::ExecuteQuery|humanmessage manager ptr is nullptr"});
 
