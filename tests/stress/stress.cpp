@@ -13,6 +13,7 @@
 #include <Oak/Base/Clock.h>
 #include <qlog/qlog.h>
 
+#include <CLI/CLI.hpp>
 #include <sys/prctl.h>
 
 #include <array>
@@ -100,24 +101,25 @@ class Answers {
         const Answer last = Take(traceId);
         if (returned) {
             ++returnedTrue;
-            if (!last.success || last.text != content) Bad(traceId, "came back with", content);
+            if (!last.success || last.text != content) Bad(traceId + " came back with", content);
         } else if (!last.success || last.faulty) {
             ++failed;
-        } else if (timedOut) {
-            ++excludedByTimeOut;
-        } else if (epoch % 2 == 1 || epoch != Disturbance::Epoch()) {
-            ++excludedByDisturbance;
+        } else if (timedOut || epoch % 2 == 1 || epoch != Disturbance::Epoch()) {
+            ++excluded;
         } else {
-            Bad(traceId, "lost", last.text);
+            Bad(traceId + " lost", last.text);
         }
         if (last.success && !last.faulty) ++whole;
+    }
+
+    void Bad(const std::string& what, const std::string& text) {
+        if (++bad <= 20) std::fprintf(stderr, "%s: %s\n", what.c_str(), text.c_str());
     }
 
     Count whole{0};  // answers with success and no fault
     Count returnedTrue{0};
     Count failed{0};
-    Count excludedByTimeOut{0};
-    Count excludedByDisturbance{0};
+    Count excluded{0};  // lost while a time-out or a disturbance was under way
     Count bad{0};
 
  private:
@@ -142,10 +144,6 @@ class Answers {
         Answer last = std::move(found->second);
         answers_.erase(found);
         return last;
-    }
-
-    void Bad(const std::string& traceId, const char* what, const std::string& text) {
-        if (++bad <= 20) std::fprintf(stderr, "%s %s: %s\n", traceId.c_str(), what, text.c_str());
     }
 
     std::mutex mutex_;
@@ -244,30 +242,24 @@ Count loginsWithPairs{0};
 Count traceIds{0};
 constexpr unsigned long kLoginsWithPairs = 64;  // their pairs stay for good
 
-/// A context of log handlers, which ends with its handler's service: a record that came later would
-/// be seen by the sanitizers.
-struct LogContext {
-    Count records{0};
-    std::array<char, 64> last{};
-};
-
+/// The context is a count that ends with its handler's service: a record that came later would be
+/// seen by the sanitizers.
 void OnRecord(int level, const char* tag, const char* message, void* context) {
-    auto& mine = *static_cast<LogContext*>(context);
-    const auto number = ++mine.records;
+    const auto number = ++*static_cast<Count*>(context);
     if (std::strcmp(tag, "Oak") == 0 && std::strstr(message, "time-out") != nullptr)
         timedOut = true;
     if (level > 5 || number % 500 != 0) return;
     std::string time;
-    const bool known[] = {Veltra::Veltra_IsEnable(), Veltra::ConvertTime("-1d", time, 0, true),
-                          Veltra::Veltra_Enable()};
-    if (!known[2] || number % 2000 == 0) Veltra::Veltra_Unit();
+    Veltra::Veltra_IsEnable();
+    Veltra::ConvertTime("-1d", time, 0, true);
+    if (!Veltra::Veltra_Enable() || number % 2000 == 0) Veltra::Veltra_Unit();
 }
 
 void ChangeHandler(Random& random) {
     static std::mutex mutex;
-    static std::unique_ptr<LogContext> current;
+    static std::unique_ptr<Count> current;
     const std::lock_guard<std::mutex> lock(mutex);
-    auto next = std::make_unique<LogContext>();
+    auto next = std::make_unique<Count>(0);
     if (random() % 4 == 0) {
         const Disturbance unseen;
         qlog_set_handler(nullptr, nullptr, 6);
@@ -288,8 +280,7 @@ void SetOptions(bool patient) {
 
 class Worker {
  public:
-    Worker(std::size_t index, long seed)
-        : random_(static_cast<unsigned>(seed) * 1000 + static_cast<unsigned>(index) + 1) {}
+    explicit Worker(std::size_t seed) : random_(static_cast<unsigned>(seed)) {}
 
     bool OneIn(unsigned n) { return random_() % n == 0; }
     std::uint32_t Below(unsigned n) { return static_cast<std::uint32_t>(random_() % n); }
@@ -318,7 +309,7 @@ class Worker {
         session->GetErrorInfo(code, text);
         if (returned != (code == 0) || returned != (answer != nullptr) ||
             session->GetSessionText() != "")
-            Wrong("error after a query", std::to_string(code) + ' ' + text);
+            answers.Bad("error after a query", std::to_string(code) + ' ' + text);
     }
 
     void LogIn() {
@@ -344,7 +335,7 @@ class Worker {
         const auto other = std::make_shared<Veltra::LLMComment>(std::move(*comment));
         std::string id;
         const bool sent = Veltra::Veltra_SubmitComments(OneIn(20) ? comment : other, id);
-        if (sent == id.empty()) Wrong("feedback id", id);
+        if (sent == id.empty()) answers.Bad("feedback id", id);
         if (sent) feedbackId_ = id;
     }
 
@@ -359,7 +350,7 @@ class Worker {
         std::string time;
         if (!Veltra::ConvertTime(OneIn(2) ? "-1d" : "+0w", time, 1700000000, true) ||
             time.substr(0, 8) != "2023-11-")
-            Wrong("time", time);
+            answers.Bad("time", time);
         Veltra::ConvertTime("-1x", time, -1, false);
     }
 
@@ -370,10 +361,6 @@ class Worker {
     void ReplaceHandler() { ChangeHandler(random_); }
 
  private:
-    static void Wrong(const char* what, const std::string& detail) {
-        if (++answers.bad <= 20) std::fprintf(stderr, "%s: %s\n", what, detail.c_str());
-    }
-
     Random random_;
     Veltra::CAiHelper helper_{Veltra::ProductType::Default, ""};
     std::string feedbackId_;
@@ -423,22 +410,27 @@ int Report(FILE* report) {
     std::fprintf(
         report,
         "queries true %lu, failed as they had to %lu; whole answers %lu, of which excluded "
-        "by a time-out %lu, by a disturbance %lu; bad %lu\n",
+        "%lu; bad %lu\n",
         answers.returnedTrue.load(), answers.failed.load(), answers.whole.load(),
-        answers.excludedByTimeOut.load(), answers.excludedByDisturbance.load(), answers.bad.load());
+        answers.excluded.load(), answers.bad.load());
     return good ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, long> given{{"--seconds", 60},
-                                      {"--seed", std::random_device()() % 100000},
-                                      {"--threads", 16},
-                                      {"--stuck", 120}};
-    stress::ReadArguments(argc, argv, given);
+    CLI::App app;
+    unsigned seconds = 60;
+    unsigned seed = std::random_device()() % 100000;
+    std::size_t threads = 16;
+    unsigned stuck = 120;
+    app.add_option("--seconds", seconds);
+    app.add_option("--seed", seed);
+    app.add_option("--threads", threads);
+    app.add_option("--stuck", stuck);
+    CLI11_PARSE(app, argc, argv);
     FILE* const report = stress::DivertedOutput();
-    std::fprintf(report, "seed %ld\n", given["--seed"]);
+    std::fprintf(report, "seed %u\n", seed);
 
     gateway::Options options = e2e::Serve(true);
     options.maxRecordedRequests = 10;
@@ -458,17 +450,15 @@ int main(int argc, char** argv) {
     Veltra::Veltra_Enable();
     if (!Veltra::Veltra_SetDomain(domain) || !e2e::LogIn()) return 3;
 
-    Watchdog watchdog(static_cast<std::size_t>(given["--threads"]),
-                      std::chrono::seconds(given["--stuck"]));
-    std::thread weather([&] { MakeWeather(server, static_cast<unsigned>(given["--seed"])); });
-    std::vector<std::thread> workers;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(given["--threads"]); ++i)
-        workers.emplace_back([&, i] { Work(Worker(i, given["--seed"]), i, watchdog); });
-    std::this_thread::sleep_for(std::chrono::seconds(given["--seconds"]));
+    Watchdog watchdog(threads, std::chrono::seconds(stuck));
+    std::thread weather([&] { MakeWeather(server, seed); });
+    std::vector<std::jthread> workers;
+    for (std::size_t i = 0; i < threads; ++i)
+        workers.emplace_back([&, i] { Work(Worker(seed * 1000 + i + 1), i, watchdog); });
+    std::this_thread::sleep_for(std::chrono::seconds(seconds));
     ended = true;
     weather.join();
-    for (auto& worker : workers)
-        worker.join();
+    workers.clear();
     qlog_set_handler(nullptr, nullptr, 6);
     return Report(report);
 }
