@@ -14,7 +14,7 @@ build_packages=(
 # shellcheck disable=SC2034
 test_packages=(
   gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libbenchmark-dev binutils git
-  valgrind faketime
+  cppcheck shellcheck valgrind faketime gdb
 )
 
 # What the benchmarks need beyond the first list: their library, and what makes table and plots.

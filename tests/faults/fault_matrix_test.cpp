@@ -86,7 +86,7 @@ void ExchangeFaults(Faults& all, const Road& road, bool tls) {
     add("stall", FaultKind::Stall, 0, timeOut, false, Meets::ShortPatience);
     add("stall in the body", FaultKind::StallInBody, 3, timeOut, false, Meets::ShortPatience);
     if (tls) add("noise in place of TLS", FaultKind::Garbage, 0, cutOff, true);
-    for (const int status : {201, 204, 302, 401, 403, 404, 429, 500, 503})
+    for (const int status : {201, 204, 301, 302, 401, 403, 404, 429, 500, 503})
         add("status " + std::to_string(status), FaultKind::Status, status, Refused{status}, false);
 }
 
