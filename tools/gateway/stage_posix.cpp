@@ -217,10 +217,6 @@ void Stage::runTasks() {
         task();
 }
 
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic push  // its analyser takes `polled`, which has two entries, for empty
-#pragma GCC diagnostic ignored "-Wanalyzer-null-dereference"
-#endif
 void Stage::loop() {
     std::vector<pollfd> polled;
     std::string drained(256, '\0');
@@ -265,9 +261,6 @@ void Stage::loop() {
     }
     closeAll();
 }
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic pop
-#endif
 
 void Stage::closeAll() {
     for (auto& c : connections_) {
