@@ -91,9 +91,5 @@ BENCHMARK(MemoryAfterFirstQuery)->Iterations(3);
 int main(int argc, char** argv) {
     const bench::Answerer made(bench::Scheme::https, 1024);
     gateway = &made;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunBenchmarks(argc, argv);
 }

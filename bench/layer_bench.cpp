@@ -153,9 +153,5 @@ BENCHMARK(LayerOfQuery);
 int main(int argc, char** argv) {
     const bench::Answerer made(bench::Scheme::https, answerBytes);
     gateway = &made;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunBenchmarks(argc, argv);
 }

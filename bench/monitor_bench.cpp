@@ -49,9 +49,5 @@ BENCHMARK(MonitorOfIdleHost)->Iterations(1)->UseManualTime();
 int main(int argc, char** argv) {
     const bench::Answerer made(bench::Scheme::https, 1024);
     gateway = &made;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunBenchmarks(argc, argv);
 }

@@ -9,6 +9,14 @@
 
 namespace bench {
 
+int RunBenchmarks(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
+
 double Nanoseconds(SteadyClock::duration time) {
     return std::chrono::duration<double, std::nano>(time).count();
 }

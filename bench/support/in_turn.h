@@ -15,6 +15,9 @@ namespace bench {
 
 using SteadyClock = std::chrono::steady_clock;
 
+/// What main() of a program does that first makes something for its benchmarks; its result.
+int RunBenchmarks(int argc, char** argv);
+
 double Nanoseconds(SteadyClock::duration time);
 
 /// 0 without values.
