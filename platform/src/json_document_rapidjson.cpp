@@ -1,8 +1,10 @@
 #include <proto/CRapidJsonProto.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -75,14 +77,39 @@ bool IsPlainAscii(char c) {
     return IsBetween(c, 0x20, 0x7F) && c != '"' && c != '\\';
 }
 
-// The end of what a JSON string holds from `text` on without an escape.
+// Eight characters at a time.
+using Word = std::uint64_t;
+
+Word WordAt(const char* text) {
+    Word word = 0;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+// Whether all characters of the word are plain ASCII. While no byte has its top bit set, taking the
+// same number away from each sets that bit in the lowest one that is less, and in none where there
+// is no such byte: a control character, or a quote or backslash that was made zero before.
+bool IsAllPlainAscii(Word word) {
+    constexpr Word ones = ~Word{0} / 0xFF;
+    constexpr Word topBits = ones * 0x80;
+    const Word controls = word - (ones * 0x20);
+    const Word quotes = (word ^ (ones * '"')) - ones;
+    const Word backslashes = (word ^ (ones * '\\')) - ones;
+    return ((word | controls | quotes | backslashes) & topBits) == 0;
+}
+
+// The end of what a JSON string holds from `text` on without an escape. It reads up to a word from
+// the terminating NUL on. Characters of one kind come in runs, hence a loop for each.
 const char* EndOfPlainText(const char* text) {
     for (;;) {
+        while (IsAllPlainAscii(WordAt(text)))
+            text += sizeof(Word);
         while (IsPlainAscii(*text))
             ++text;
-        const std::size_t length = MultibyteLength(text);
+        std::size_t length = MultibyteLength(text);
         if (length == 0) return text;
-        text += length;
+        for (; length != 0; length = MultibyteLength(text))
+            text += length;
     }
 }
 
@@ -258,6 +285,7 @@ json::ParseErrorCode ParseInPlace(std::string& text, Tree& tree) {
     // The library counts in 32 bits.
     if (text.size() > std::numeric_limits<json::SizeType>::max())
         return json::kParseErrorTermination;
+    text.append(sizeof(Word), '\0');  // what EndOfPlainText may read
     return tree.ParseInsitu<flags>(text.data()).GetParseError();
 }
 
@@ -326,9 +354,13 @@ const Value* FindPath(const Value& root, std::string_view path) {
 
 struct CRapidJsonProto::Document {
     std::string text;  // the strings of the tree lie in it
-    Tree tree;
+    // Room for the values of a short answer: the pool's own pieces are of 64 KiB.
+    alignas(std::max_align_t) std::array<char, 512> room{};
+    Pool pool{room.data(), room.size()};
+    Tree tree{&pool};
 
     bool Load(std::string_view source) {
+        text.reserve(source.size() + sizeof(Word));
         text = source;
         json::ParseErrorCode error = ParseInPlace(text, tree);
         if (NeedsRewriting(error)) {
