@@ -123,6 +123,7 @@ void SensitiveWordFilter::SetWords(const std::unordered_set<std::string>& keys,
                                    const std::uint32_t& limit) {
     std::shared_ptr<const WordList> next = std::make_shared<WordList>(limit, keys);
     const boost::unique_lock<boost::shared_mutex> lock(mutex_);
+    anyPhrase_.store(limit != 0 && !next->keys.empty());
     words_.swap(next);  // the list before is freed after the lock: `next` was made before it
 }
 
@@ -132,8 +133,9 @@ std::shared_ptr<const SensitiveWordFilter::WordList> SensitiveWordFilter::Words(
 }
 
 bool SensitiveWordFilter::HasSensitiveWords(const std::string& text) const {
+    if (!anyPhrase_.load()) return false;
     const std::shared_ptr<const WordList> list = Words();
-    if (list->keys.empty() || list->limit == 0) return false;
+    if (list->keys.empty() || list->limit == 0) return false;  // replaced meanwhile
 
     const auto isListed = [&list](const PhraseHash& hash) { return list->Contains(hash.Value()); };
     const char* const begin = text.data();

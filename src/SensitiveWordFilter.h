@@ -3,6 +3,7 @@
 
 #include <boost/thread/shared_mutex.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -46,7 +47,8 @@ class SensitiveWordFilter {
 
     std::shared_ptr<const WordList> Words() const;
 
-    mutable boost::shared_mutex mutex_;      // guards the pointer; a list never changes
+    std::atomic<bool> anyPhrase_{false};  // whether words_ can match at all: asked without the lock
+    mutable boost::shared_mutex mutex_;   // guards the pointer; a list never changes
     std::shared_ptr<const WordList> words_;  // never empty
 };
 
