@@ -34,10 +34,11 @@ constexpr const char* kSensitiveMark = "CCF083001";
 constexpr const char* kTokenRejectedMark = "LAP500004";
 
 /// The texts that the gateway is to check.
-std::vector<std::string> InputWords(const CHumanMessageIMP& record) {
+std::vector<std::string_view> InputWords(const CHumanMessageIMP& record) {
     if (record.filterType == FilterType::None) return {};
-    if (!record.sensitiveContent.empty()) return record.sensitiveContent;
-    std::vector<std::string> words;
+    if (!record.sensitiveContent.empty())
+        return {record.sensitiveContent.begin(), record.sensitiveContent.end()};
+    std::vector<std::string_view> words;
     words.reserve(record.elements.size());
     for (const auto& element : record.elements)
         words.push_back(element.second);
@@ -135,9 +136,7 @@ bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
         errorCode_ = kNoInputOrToken;
         return false;
     }
-    // A copy: what is screened is what is sent, whatever a log handler does to the record.
-    const CHumanMessageIMP inputs = *record;
-    if (!Prepare(query, inputs)) return false;
+    if (!Prepare(query, *record)) return false;
     if (!Send(query)) return false;
     if (Parse(query, result)) return true;
 
@@ -153,22 +152,23 @@ bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
     return false;
 }
 
-/// Screens the values and writes the body.
-bool AISession::Prepare(Query& query, const CHumanMessageIMP& inputs) {
-    for (const auto& element : inputs.elements) {
+/// Screens the values and writes the body. No code of the host runs in between: what is screened is
+/// what is sent, whatever a log handler does to the record later.
+bool AISession::Prepare(Query& query, const CHumanMessageIMP& record) {
+    for (const auto& element : record.elements) {
         if (!query.manager.HasSensitiveWords(element.second)) continue;
         VELTRA_LOG(query.operation, 5, "has sensitive words");
         errorMessage_ = "has sensitive words";
         errorCode_ = kSensitive;
         return false;
     }
-    if (!inputs.sessionId.empty()) {
-        query.body = QueryBody(inputs, inputs.sessionId);
+    if (!record.sessionId.empty()) {
+        query.body = QueryBody(record, record.sessionId);
         return true;
     }
     const std::string traceId = Oak::Base::GuidUtil::CreateGuid();
+    query.body = QueryBody(record, traceId);
     VELTRA_LOG(query.operation, 4, "sessionID isempty,set id is:%s", traceId.c_str());
-    query.body = QueryBody(inputs, traceId);
     return true;
 }
 

@@ -27,7 +27,7 @@ class AISession final : public CLLMSession {
 
     bool Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
              std::shared_ptr<CLLMMessage>& result);
-    bool Prepare(Query& query, const CHumanMessageIMP& inputs);
+    bool Prepare(Query& query, const CHumanMessageIMP& record);
     bool Send(Query& query);
     bool Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const;
 
