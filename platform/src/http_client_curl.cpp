@@ -101,7 +101,8 @@ bool FramesMessage(std::string_view name) {
 
 bool MayBeSent(std::string_view name, std::string_view value) {
     return IsToken(name) && !FramesMessage(name) &&
-           value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+           std::none_of(value.begin(), value.end(),
+                        [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
 /// The header fields of a request in the form that the library takes.
