@@ -228,7 +228,8 @@ curl_socket_t OpenSocket(void* context, curlsocktype, curl_sockaddr* address) no
 /// Called at least once a second, and as the exchange ends.
 int Progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
     auto& reception = *static_cast<Reception*>(context);
-    reception.surplus = reception.curl->TlsHoldsBytes();
+    const bool answerBegan = reception.headerBytes != 0;  // before, there is nothing to look for
+    reception.surplus = answerBegan && reception.curl->TlsHoldsBytes();
     return TransportVisit::Ending() ? 1 : 0;
 }
 
