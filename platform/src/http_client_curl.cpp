@@ -333,9 +333,9 @@ std::optional<Failure> Refusal(const CurlLibrary& library, const HttpClientOptio
     return std::nullopt;
 }
 
-/// Fills `response` when it returns nothing.
+/// Fills `response`, and takes `target`, when it returns nothing.
 std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
-                                const HttpTarget& target, CHttpClientResponse* response) {
+                                HttpTarget& target, CHttpClientResponse* response) {
     const CurlLibrary& library = transport.Library();
     const HttpGenerationPtr generation = transport.Generation();
     const HttpClientOptions& options = generation->options;
@@ -367,7 +367,8 @@ std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientReque
     if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(generation);
     if (code != CURLE_OK) return Failure{ReasonOf(code), code, curl_easy_strerror(code)};
     const auto status = static_cast<std::int32_t>(curl.Status());
-    if (!reception.surplus && curl.NoteConnection()) transport.GiveBack(std::move(handle));
+    if (!reception.surplus && curl.NoteConnection())
+        transport.GiveBack(std::move(handle), std::move(target));
     if (response != nullptr) response->Deliver(status, std::move(reception.body));
     return std::nullopt;
 }
@@ -393,9 +394,11 @@ std::optional<Failure> Attempt(const CHttpClientRequest& request, CHttpClientRes
     const TransportVisit visit;
     if (visit.Get() == nullptr) return ended;
     try {
-        auto target = ParseHttpTarget(request.Url().Text());
+        const std::string& url = request.Url().Text();
+        auto target = visit.Get()->TakeTarget(url);
+        if (!target) target = ParseHttpTarget(url);
         if (!target) return refusedUrl;
-        shown.swap(target->shown);
+        shown = target->shown;
         return Exchange(*visit.Get(), request, *target, response);
     } catch (const std::exception&) {
         return noMemory;

@@ -90,6 +90,7 @@ std::optional<HttpTarget> ParseHttpTarget(const std::string& text) {
     const std::string host = Part(target.url, CURLUPART_HOST);
     if ((scheme != "http" && scheme != "https") || host.empty()) return std::nullopt;
     const std::string port = Part(target.url, CURLUPART_PORT);
+    target.text = text;
     target.tls = scheme == "https";
     target.loopback = IsLoopbackHost(host);
     target.plainlyLoopback = target.loopback && IsLoopbackHost(WrittenHost(text));

@@ -11,6 +11,7 @@ namespace Oak::Net {
 /// A URL as the exchange uses it: parsed once, judged on what was parsed, and handed to the
 /// library in that form, so that no second parser can see another host in it.
 struct HttpTarget {
+    std::string text;  ///< what was parsed
     CurlUrlPtr url;
     bool tls = false;       ///< https
     bool loopback = false;  ///< the host is this machine: 127.0.0.0/8, ::1 or localhost

@@ -4,6 +4,7 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <exception>
@@ -113,6 +114,15 @@ HttpGenerationPtr HttpTransport::Generation() const {
     return current_;
 }
 
+std::optional<HttpTarget> HttpTransport::TakeTarget(const std::string& url) {
+    const std::lock_guard lock(mutex_);
+    const auto keeper = std::find_if(idle_.begin(), idle_.end(), [&url](const auto& handle) {
+        return handle.target.url != nullptr && handle.target.text == url;
+    });
+    if (keeper == idle_.end()) return std::nullopt;
+    return std::exchange(keeper->target, HttpTarget());
+}
+
 HandleList HttpTransport::Take(const HttpGenerationPtr& generation) {
     HandleList taken = TakeIdle(generation);
     while (!taken.empty() && taken.front().curl.HasStrayInput())
@@ -130,8 +140,10 @@ HandleList HttpTransport::TakeIdle(const HttpGenerationPtr& generation) {
     return taken;
 }
 
-void HttpTransport::GiveBack(HandleList handle) noexcept {
+void HttpTransport::GiveBack(HandleList handle, HttpTarget target) noexcept {
     handle.front().curl.Reset();
+    // A query part is that of an upload: it comes once, and its signature is not to stay in memory.
+    if (target.text.find('?') == std::string::npos) handle.front().target = std::move(target);
     HandleList surplus;
     const std::lock_guard lock(mutex_);  // last: surplus, aged and outdated handles outlast it
     if (handle.front().generation != current_) return;

@@ -2,6 +2,7 @@
 #define OAK_NET_HTTP_TRANSPORT_CURL_H
 
 #include "curl_handle.h"
+#include "http_target_curl.h"
 
 #include <Oak/Base/Noncopyable.h>
 #include <Oak/Net/HttpClientOptions.h>
@@ -10,6 +11,8 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 
 namespace Oak::Net {
 
@@ -32,6 +35,7 @@ struct PooledHandle {
     HttpGenerationPtr generation;  // first: the share in it outlives the handle
     CurlHandle curl;
     std::chrono::steady_clock::time_point idleSince;
+    HttpTarget target;  ///< one that it served, for the next exchange there; or empty
 };
 
 /// A list, since a handle then changes hands without memory being allocated: no answer is lost for
@@ -66,12 +70,16 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     /// From now on the options are these, but nothing that this generation remembers is used.
     void Forget(const HttpGenerationPtr& generation);
 
+    /// The target that `url` names, if an idle handle keeps it: it needn't be parsed again. Taken
+    /// away from there, since one thread at a time may use it.
+    std::optional<HttpTarget> TakeTarget(const std::string& url);
+
     /// A list of one handle: the newest idle one of this generation, or a new one.
     HandleList Take(const HttpGenerationPtr& generation);
 
-    /// Takes back a handle whose exchange ended well. After any other end the caller destroys it:
-    /// nobody knows what its connections still carry.
-    void GiveBack(HandleList handle) noexcept;
+    /// Takes back a handle whose exchange, with `target`, ended well. After any other end the
+    /// caller destroys it: nobody knows what its connections still carry.
+    void GiveBack(HandleList handle, HttpTarget target) noexcept;
 
  private:
     HandleList TakeIdle(const HttpGenerationPtr& generation);
