@@ -35,8 +35,33 @@ CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()) {
     if (share != nullptr) curl_easy_setopt(easy_.get(), CURLOPT_SHARE, share);
 }
 
+// As curl_easy_perform goes about it, which however looks for something to wait for before it has
+// sent anything: one system call more in each exchange.
 CURLcode CurlHandle::Perform() noexcept {
-    return setUp_ == CURLE_OK ? curl_easy_perform(easy_.get()) : setUp_;
+    if (setUp_ != CURLE_OK) return setUp_;
+    if (multi_ == nullptr) multi_.reset(curl_multi_init());
+    if (multi_ == nullptr || curl_multi_add_handle(multi_.get(), easy_.get()) != CURLM_OK)
+        return CURLE_OUT_OF_MEMORY;
+    const CURLcode code = Drive();
+    curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &used_);  // known until the removal only
+    curl_multi_remove_handle(multi_.get(), easy_.get());
+    return code;
+}
+
+CURLcode CurlHandle::Drive() noexcept {
+    constexpr int longestWaitMs = 1000;  // so often at least the progress callback is called
+    CURLM* const multi = multi_.get();
+    int running = 1;
+    CURLMcode state = curl_multi_perform(multi, &running);
+    while (state == CURLM_OK && running != 0) {
+        state = curl_multi_poll(multi, nullptr, 0, longestWaitMs, nullptr);
+        if (state == CURLM_OK) state = curl_multi_perform(multi, &running);
+    }
+    int left = 0;
+    const CURLMsg* const message = curl_multi_info_read(multi, &left);
+    if (message == nullptr) return CURLE_OUT_OF_MEMORY;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-union-access): the library's interface
+    return message->data.result;
 }
 
 long CurlHandle::Status() const noexcept {
@@ -71,13 +96,11 @@ bool CurlHandle::TlsHoldsBytes() const noexcept {
 
 // Sockets of attempts to connect are not among them: the library closes these by itself.
 bool CurlHandle::NoteConnection() noexcept {
-    curl_socket_t socket = CURL_SOCKET_BAD;
-    curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &socket);
-    if (socket == CURL_SOCKET_BAD) return true;
-    if (std::find(connections_.begin(), connections_.end(), socket) != connections_.end())
+    if (used_ == CURL_SOCKET_BAD) return true;
+    if (std::find(connections_.begin(), connections_.end(), used_) != connections_.end())
         return true;
     try {
-        connections_.push_back(socket);
+        connections_.push_back(used_);
     } catch (const std::exception&) {
         return false;
     }

@@ -21,8 +21,13 @@ struct CurlDeleter {
     void operator()(char* text) const noexcept { curl_free(text); }
 };
 
-struct CurlShareDeleter {  // apart from the above: CURL and CURLSH are both void
+// Apart from the above: CURL, CURLSH and CURLM are all void.
+struct CurlShareDeleter {
     void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
+};
+
+struct CurlMultiDeleter {
+    void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
 };
 
 using CurlEasyPtr = std::unique_ptr<CURL, CurlDeleter>;
@@ -30,6 +35,7 @@ using CurlUrlPtr = std::unique_ptr<CURLU, CurlDeleter>;
 using CurlListPtr = std::unique_ptr<curl_slist, CurlDeleter>;
 using CurlTextPtr = std::unique_ptr<char, CurlDeleter>;
 using CurlSharePtr = std::unique_ptr<CURLSH, CurlShareDeleter>;
+using CurlMultiPtr = std::unique_ptr<CURLM, CurlMultiDeleter>;
 
 /// Names that were looked up and TLS sessions to resume, for all handles of one generation. Never
 /// connections: the library can't share those between threads.
@@ -76,8 +82,8 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     /// in the TLS library, where the next exchange would take them for its own answer.
     bool TlsHoldsBytes() const noexcept;
 
-    /// Remembers the connection that an exchange has left open. False when it can't, for lack of
-    /// memory.
+    /// Remembers the connection that the last exchange has left open. False when it can't, for lack
+    /// of memory.
     bool NoteConnection() noexcept;
 
     /// Whether one of its connections has something to read while nothing is under way: its end, or
@@ -90,10 +96,13 @@ class CurlHandle : private Oak::Base::CNoncopyable {
 
  private:
     void SetLasting() noexcept;
+    CURLcode Drive() noexcept;
     static int CloseSocket(void* handle, curl_socket_t socket) noexcept;
 
-    std::vector<curl_socket_t> connections_;  // first: the end of the handle closes them
+    std::vector<curl_socket_t> connections_;  // first: the end of the others closes them
     CurlEasyPtr easy_;
+    CurlMultiPtr multi_;  // holds the connections; null before the first exchange
+    curl_socket_t used_ = CURL_SOCKET_BAD;
     CURLcode setUp_ = CURLE_OK;
 };
 
