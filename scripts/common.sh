@@ -15,6 +15,7 @@ build_packages=(
 test_packages=(
   gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libbenchmark-dev binutils git
   cppcheck shellcheck valgrind faketime gdb
+  abigail-tools chromium doxygen dpkg-dev file libspdlog-dev
 )
 
 # What the benchmarks need beyond the first list: their library, and what makes table and plots.
