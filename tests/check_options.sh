@@ -21,9 +21,21 @@ check() {  # PROGRAM SUBCOMMAND...
   while read -r name; do
     require "$page" "^\.Ss .*$name"
     require "$completion" "[' ]$name([' )]|\$)"
-    check "$@" "$name"
+    if [[ $# -eq 1 && -n ${folders[${1##*/}-$name]:-} ]]; then
+      check_other_program "$1" "$name"
+    else
+      check "$@" "$name"
+    fi
   done < <(sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p' <<<"$help")
 }
 
+# A subcommand that runs a program of its own hands even --help on to it.
+check_other_program() {  # PROGRAM SUBCOMMAND
+  local other=${1##*/}-$2
+  diff <(PATH="${folders[$other]}:$PATH" "$1" "$2" --help) <("${folders[$other]}/$other" --help) >&2 || status=1
+}
+
+declare -A folders  # of each program
+for program in "${@:2}"; do folders[${program##*/}]=$(dirname "$program"); done
 for program in "${@:2}"; do check "$program"; done
 exit $status

@@ -1,5 +1,7 @@
 // The program veltra as a user meets it: exit status, standard output, standard error.
 
+#include "../tools/veltra/repeat.h"
+
 #include <Veltra/PhraseKey.h>
 
 #include <gateway/gateway.h>
@@ -12,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -50,8 +53,16 @@ class CliTest : public testing::Test {
 
     void TearDown() override { std::filesystem::remove_all(folder_); }
 
-    void startGateway(bool tls = false) {
+    void startGateway(bool tls = false, const char* refusedBodies = nullptr) {
         gateway::Options options;
+        if (refusedBodies != nullptr) {
+            options.pickFault = [refusedBodies](const gateway::Request& request) {
+                std::optional<gateway::Fault> fault;
+                if (request.body.find(refusedBodies) != request.body.npos)
+                    fault = {"", gateway::FaultKind::RefuseCode, 0, "7", "no"};
+                return fault;
+            };
+        }
         options.tls = tls;
         options.keys = {{kApp, kSecret}};
         gateway_ = std::make_unique<gateway::Gateway>(options);
@@ -67,6 +78,15 @@ class CliTest : public testing::Test {
         std::ostringstream text;
         text << std::ifstream(folder_ / name, std::ios::binary).rdbuf();
         return text.str();
+    }
+
+    /// Runs two commands of the shell with a pipe between them; the status is the second's.
+    int shell(const std::string& writer, const std::string& reader) const {
+        const std::string command =
+            "cd '" + folder_.string() + "' && { " + writer + "; } | { " + reader + "; }";
+        // NOLINTNEXTLINE(cert-env33-c): what is tested is what a shell's user does
+        const int status = std::system(command.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     /// Runs the program with arguments in the shell's notation; no output may show the secret.
@@ -117,8 +137,129 @@ TEST_F(CliTest, WrongUsageExitsWith2AndPrintsNothingOnStandardOutput) {
     EXPECT_EQ(run("query greeting", "VELTRA_APP_KEY=half").status, 2);
 }
 
-TEST_F(CliTest, ShowsItsVersion) {
+TEST_F(CliTest, HelpsThoseWhoAreLost) {
     EXPECT_EQ(run("--version").status, 0);
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "\nUsage: veltra "},
+        {"feedback", "\nUsage: veltra feedback "},
+        {"no-such", "no subcommand no-such; see veltra --help\n"},
+        {"query --no-such", "no option --no-such; see veltra query --help\n"},
+        {"feedback cancel --no-such", "no option --no-such; see veltra feedback cancel --help\n"},
+        {"''", "see veltra --help\n"},
+        {"query greeting --repeat 0", "see veltra query --help\n"},
+        {"query greeting --repeat 9 --threads 257", "see veltra query --help\n"},
+        {"query greeting --threads 2", "--threads requires --repeat"},
+        {"time T --log-level loud", "needs detail, progress, warning, error, none, or"},
+    };
+    for (const auto& [arguments, words] : cases) {
+        SCOPED_TRACE(arguments);
+        const Result result = run(arguments);
+        Expect(result, 2, "");
+        EXPECT_TRUE(result.Says(words)) << result.error;
+    }
+}
+
+TEST_F(CliTest, WrongUsageIsJsonAsWellAndAlwaysUtf8) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"--json", "there is no option --json; see veltra --help"},
+        {"query --json --no-such", "there is no option --no-such; see veltra query --help"},
+        {"query --json greeting",
+         "no credentials: give --credentials FILE, or set VELTRA_APP_KEY "
+         "and VELTRA_SECRET_KEY"},
+        {"query --json a $(printf '\\377\\355\\240\\200\\303\\251') --credentials keys.json",
+         "expected NAME=VALUE: \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xC3\xA9"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        SCOPED_TRACE(arguments);
+        Expect(run(arguments), 2,
+               std::string(R"({"ok":false,"code":0,"message":")") + message + "\"}\n");
+    }
+}
+
+TEST_F(CliTest, RepeatsAQueryAndSumsUp) {
+    startGateway(false, R"("traceId":"t-2)");  // 2, and 20 to 29
+    const Result mixed = query("greeting --repeat 40 --threads 3 --trace-id t --json");
+    EXPECT_EQ(mixed.status, 1);
+    EXPECT_EQ(mixed.error, "");
+    for (const char* part :
+         {R"({"ok":false,"code":6,"message":"no")",
+          R"(,"traceId":"t","repeat":40,"threads":3,"run":40,)",
+          R"("answered":29,"failed":11,"interrupted":false,"seconds":)", R"(,"latencyMs":{"min":)",
+          R"(},"failures":[{"code":6,"count":11,"message":"no"}])"})
+        EXPECT_NE(mixed.output.find(part), std::string::npos) << part << " in " << mixed.output;
+    std::set<std::string> traceIds;
+    for (const auto& request : gateway_->requests())
+        if (request.path == gateway::kQueryPath && !request.body.empty())
+            traceIds.insert(request.body.substr(0, request.body.find(',')));
+    EXPECT_EQ(traceIds.size(), 40U);
+    EXPECT_EQ(traceIds.count(R"({"traceId":"t-40")"), 1U);
+
+    const Result one = query("greeting --repeat 1 --threads 9");
+    EXPECT_EQ(one.status, 0) << one.error;
+    EXPECT_EQ(one.output.rfind("queries: 1 run, 1 answered, 0 failed; threads: 1; seconds: ", 0),
+              0U)
+        << one.output;
+    const Result none = query("absent --repeat 2");
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.error, "") << "records are for those who ask";
+    EXPECT_EQ(none.output.find("latency"), std::string::npos) << none.output;
+    EXPECT_NE(none.output.find("\ncode 6: 2 failed: unknown prompt key: absent\n"),
+              std::string::npos)
+        << none.output;
+}
+
+TEST_F(CliTest, AnInterruptedRepetitionSumsUpWhatItDid) {
+    startGateway();
+    // On a terminal, which turns what is typed into a signal, once the progress line is there.
+    const int status = shell(
+        "until grep -q ' of 1000000 queries' typescript 2>/dev/null; do :; done; printf '\\003'",
+        R"(timeout 60 script -qefc "')" VELTRA_PROGRAM
+        R"(' query greeting --repeat 1000000 --json --credentials keys.json --domain )" +
+            gateway_->baseUrl() + "\" typescript >out 2>&1");
+    EXPECT_EQ(status, 130);
+    const std::string shown = read("typescript");
+    EXPECT_NE(shown.find(R"("message":"interrupted: )"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(R"("interrupted":true,"seconds":)"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(" \r{"), std::string::npos) << "the progress line gives way: " << shown;
+}
+
+TEST(NearestRankTest, IsTheSmallestThatSoManyPercentDoNotExceed) {
+    const std::size_t cases[][3] = {{1, 50, 0},
+                                    {1, 99, 0},
+                                    {2, 50, 0},
+                                    {2, 90, 1},
+                                    {4, 50, 1},
+                                    {10, 90, 8},
+                                    {10, 99, 9},
+                                    {100, 99, 98},
+                                    {101, 99, 99},
+                                    {3, 100, 2},
+                                    {10000000, 99, 9899999}};
+    for (const auto& [count, percent, place] : cases)
+        EXPECT_EQ(tool::nearestRank(count, percent), place) << count << ", " << percent << " %";
+}
+
+TEST_F(CliTest, BecomesTheGatewayProgramBesideItOrInPath) {
+    const std::string script = "#!/bin/sh\necho \"${0##*/}\" \"$@\"\nexit 7\n";
+    const auto place = [&](const std::string& folder, const std::string& text) {
+        std::filesystem::create_directory(folder_ / folder);
+        const std::string file = write(folder + "/veltra-gateway", text);
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    };
+    Expect(run("gateway", "PATH=/nowhere"), 127, "");
+    place("path", script);
+    const std::string inPath = "PATH=path:$PATH";
+    Expect(run("gateway --help -- --json '' 'a b'", inPath), 7,
+           "veltra-gateway --help -- --json  a b\n");
+    std::filesystem::permissions(folder_ / "path/veltra-gateway",
+                                 std::filesystem::perms::owner_read);
+    Expect(run("gateway", "PATH=path"), 126, "");
+    // A link resolves to where the program lies.
+    place("bin", "#!/bin/sh\necho beside\n");
+    std::filesystem::copy_file(VELTRA_PROGRAM, folder_ / "bin/veltra");
+    std::filesystem::create_symlink(folder_ / "bin/veltra", folder_ / "link");
+    EXPECT_EQ(shell(":", "PATH=path:$PATH ./link gateway >out"), 0);
+    EXPECT_EQ(read("out"), "beside\n");
 }
 
 TEST_F(CliTest, ConvertsTimes) {
@@ -153,6 +294,20 @@ TEST_F(CliTest, PrintsPhraseKeys) {
     Expect(run("phrase-key", "", "two words\r\n\n[a,b]"), 0, both);
     Expect(run("phrase-key --json 'two words'"), 0,
            R"({"ok":true,"keys":[{"phrase":"two words","key":")" + two + "\"}]}\n");
+    const std::string quoted = Veltra::PhraseKey("two words\\");
+    const std::string slash = Veltra::PhraseKey(R"(a\\b)") + '\n' + Veltra::PhraseKey(R"(a\\b\)");
+    Expect(run(R"(phrase-key --escaped 'two words' 'a\b')"), 0,
+           two + '\n' + quoted + '\n' + slash + '\n');
+    Expect(run("phrase-key --json --escaped", "", "two words"), 0,
+           R"({"ok":true,"keys":[{"phrase":"two words","key":")" + two + R"(","keyBeforeQuote":")" +
+               quoted + "\"}]}\n");
+    // Once the pipe's reader has gone:
+    EXPECT_EQ(shell("trap '' PIPE; while echo; do :; done 2>err; '" VELTRA_PROGRAM
+                    "' phrase-key x 2>err; echo $? >status",
+                    ":"),
+              0);
+    EXPECT_EQ(read("status"), "1\n");
+    EXPECT_EQ(read("err"), "");
 }
 
 TEST_F(CliTest, PrintsTheAnswerAlone) {
@@ -254,7 +409,7 @@ TEST_F(CliTest, SubmitsAndWithdrawsFeedback) {
     const Result submitted =
         atGateway("feedback submit",
                   "--trace-id t-1 --satisfaction -2 --type 7 --comment 'says \"no\"' "
-                  "--country FR --picture one.jpg two.jpg --json");
+                  "--country FR --picture one.jpg two.jpg --json --log-level detail");
     ASSERT_EQ(submitted.status, 0) << submitted.error;
     ASSERT_EQ(gateway_->feedback().size(), 1U);
     const gateway::Feedback feedback = gateway_->feedback().front();
@@ -300,6 +455,7 @@ TEST_F(CliTest, FeedbackThatFailsPrintsNoId) {
     startGateway();
     const Result plain = atGateway("feedback submit", "--trace-id t-2");
     EXPECT_EQ(plain.status, 0) << plain.error;
+    EXPECT_EQ(plain.error, "");
     ASSERT_EQ(gateway_->feedback().size(), 1U);
     EXPECT_EQ(plain.output, gateway_->feedback().front().id + '\n');
     EXPECT_EQ(gateway_->feedback().front().country, "unKnown");
@@ -341,6 +497,9 @@ TEST_F(CliTest, DemonstrationPassesAndNoticesADeviation) {
     const Result deviating = run(arguments);
     EXPECT_EQ(deviating.status, 1) << deviating.output;
     EXPECT_TRUE(deviating.Says("deviation in step 5")) << deviating.error;
+    const Result inJson = run("demo --json --gateway " + gateway_->baseUrl());  // no ca.pem
+    EXPECT_EQ(inJson.output.rfind(R"({"ok":false,"code":0,"message":"deviation in step )", 0), 0U)
+        << inJson.output;
 }
 
 }  // namespace

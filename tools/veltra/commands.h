@@ -17,4 +17,12 @@ void addProbe(CLI::App& app, Command& chosen);
 void addQuery(CLI::App& app, Command& chosen);
 void addTime(CLI::App& app, Command& chosen);
 
+/// Adds the subcommand "gateway" to the help; it never gets as far as the parser.
+void addGateway(CLI::App& app);
+/// Whether the command line belongs to veltra-gateway.
+bool isForGateway(int argc, char** argv);
+/// Puts veltra-gateway into the place of this program, its arguments untouched. Returns the exit
+/// status when it can't be run.
+int runGateway(int argc, char** argv);
+
 }  // namespace tool

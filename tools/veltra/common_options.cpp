@@ -1,6 +1,8 @@
 #include "common_options.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -18,6 +20,21 @@ bool hasHost(const std::string& url, const std::string& scheme) {
 void setTimeLimit(Oak::Net::HttpClientOptions& http, std::uint32_t milliseconds) {
     http.totalTimeoutMs = milliseconds;
     http.connectTimeoutMs = std::min(http.connectTimeoutMs, milliseconds);
+}
+
+CLI::Validator levelName() {
+    return CLI::Validator(
+        [](std::string& level) -> std::string {
+            constexpr std::array<const char*, 5> kNames = {"detail", "progress", "warning", "error",
+                                                           "none"};
+            for (std::size_t i = 0; i < kNames.size(); ++i) {
+                const std::string number = std::to_string(kDetailLevel + static_cast<int>(i));
+                if (level == kNames[i]) level = number;
+                if (level == number) return {};
+            }
+            return "needs detail, progress, warning, error, none, or a number from 2 to 6";
+        },
+        "LEVEL");
 }
 
 }  // namespace
@@ -81,14 +98,15 @@ CLI::Option* addLogLevel(CLI::App& command, CommonOptions& options) {
     return command
         .add_option(
             "--log-level", options.logLevel,
-            "Lowest level of the library's records on standard error: 2 detail, 3 progress, "
-            "4 warnings, 5 failures alone (default: 4). Levels 2 and 3 show query texts")
-        ->option_text("N")
-        ->check(CLI::Range(2, 5));
+            "Lowest level of the library's records on standard error: detail (2), progress (3), "
+            "warning (4), error (5) or none (6) (default: warning). The first two show query texts")
+        ->option_text("LEVEL")
+        ->transform(levelName());
 }
 
 void addJson(CLI::App& command, CommonOptions& options) {
-    command.add_flag("--json", options.json, "Result as one line of JSON on standard output");
+    command.add_flag("--json", options.json,
+                     "Result, failures too, as one line of JSON on standard output");
 }
 
 }  // namespace tool

@@ -8,7 +8,17 @@
 
 namespace tool {
 
+/// Levels of the library's records.
+inline constexpr int kDetailLevel = 2;
 inline constexpr int kDefaultLogLevel = 4;
+inline constexpr int kNoRecords = 6;
+
+/// For the help of subcommands that log in.
+inline constexpr const char* kKeysHelp =
+    "Keys:\n"
+    "  --credentials FILE, or the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY. The file holds\n"
+    "  {\"keys\":[{\"appKey\":\"..\",\"secretKey\":\"..\"}],\"productVersion\":\"..\"}\n"
+    "  The pairs are tried in this order; productVersion may be absent. Let nobody else read it.\n";
 
 /// What several subcommands have in common. Each adds the options that make sense for it.
 struct CommonOptions {
@@ -23,6 +33,7 @@ void addDomain(CLI::App& command, CommonOptions& options);
 /// Trust, proxy, limits.
 void addConnection(CLI::App& command, CommonOptions& options);
 void addCredentials(CLI::App& command, CommonOptions& options);
+/// Takes a level's name or number.
 CLI::Option* addLogLevel(CLI::App& command, CommonOptions& options);
 void addJson(CLI::App& command, CommonOptions& options);
 

@@ -20,14 +20,17 @@ namespace tool {
 namespace {
 
 constexpr const char* kEnd =
-    "Needs a local gateway with its shipped templates. Without credentials the pair demo:demo is\n"
+    "Needs a local gateway with its shipped templates. Without keys the pair demo:demo is\n"
     "used, which veltra-gateway accepts when it is started without --key. The library's records\n"
     "appear when a step deviates, or all along with --log-level.\n"
     "Example:\n"
-    "  veltra-gateway --port 8080 &\n"
-    "  veltra demo --gateway http://127.0.0.1:8080\n"
+    "  veltra gateway --port 8080 &\n"
+    "  veltra demo --gateway http://127.0.0.1:8080\n";
+
+constexpr const char* kOutcome =
     "JSON: {\"ok\":true,\"steps\":[{\"number\":N,\"title\":\"..\",\"result\":\"..\"}]}; after a\n"
-    "  deviation \"ok\" is false and the last step has \"deviation\" in place of \"result\".\n"
+    "  deviation \"ok\" is false, \"code\":0 and \"message\" follow it, and the last step has\n"
+    "  \"deviation\" in place of \"result\".\n"
     "Exit status: 0 every step went as it should, 1 a step deviated, 2 wrong usage.";
 
 struct DemoOptions {
@@ -51,14 +54,16 @@ class Report {
 
     void addDeviation(std::size_t number, const Demo::Step& step, const std::string& deviation) {
         addJsonStep(number, step, "deviation", deviation);
-        complain("deviation in step " + std::to_string(number) + ", " + step.title + ": " +
-                 deviation);
+        deviation_ =
+            "deviation in step " + std::to_string(number) + ", " + step.title + ": " + deviation;
+        complain(deviation_);
     }
 
     void end(bool ok) {
         steps_.endArray();
         if (json_) {
             printJson(ok, [&](JsonWriter& writer) {
+                if (!ok) writer.failure(Failure(deviation_));
                 writer.name("steps");
                 writer.json(steps_.written());
             });
@@ -79,6 +84,7 @@ class Report {
 
     const bool json_;
     JsonWriter steps_;
+    std::string deviation_;
 };
 
 /// Runs the steps up to the first that deviates.
@@ -122,7 +128,7 @@ void addDemo(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand(
         "demo", "Show login, screening, queries, token renewal and feedback on a local gateway");
     const auto options = std::make_shared<DemoOptions>();
-    command->footer(kEnd);
+    command->footer(std::string(kEnd) + kKeysHelp + kOutcome);
     command
         ->add_option("--gateway", options->common.domain, "The gateway: scheme and host (required)")
         ->option_text("URL")

@@ -58,7 +58,7 @@ std::shared_ptr<Veltra::CHumanMessage> makeMessage(
 
 std::string refusalOf(const std::shared_ptr<Veltra::CHumanMessage>& message, std::int32_t code) {
     try {
-        runQuery(message);
+        QuerySession().run(message);
     } catch (const Failure& refusal) {
         expect(refusal.code == code,
                "expected code " + std::to_string(code) + ", got " + describe(refusal));
@@ -216,7 +216,7 @@ std::string Demo::ask(const std::string& promptKey, const Elements& elements,
     message->SetSessionID(traceId_);
     std::string answer;
     try {
-        answer = runQuery(message);
+        answer = QuerySession().run(message);
     } catch (const Failure& refusal) {
         throw Deviation("the query was refused: " + describe(refusal));
     }

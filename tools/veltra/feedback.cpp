@@ -25,25 +25,28 @@ constexpr const char* kEnd =
     "\"veltra feedback submit --help\" and \"veltra feedback cancel --help\" say more.";
 
 constexpr const char* kSubmitEnd =
-    "The feedback id goes to standard output, the library's records to standard error, as do the\n"
-    "requests' bodies unless that is a terminal. Texts are UTF-8; quotes, backslashes and control\n"
-    "characters in them are escaped as JSON needs it before the library, which sends texts as "
-    "they\n"
-    "are, gets them.\n"
+    "The feedback id goes to standard output, the library's records to standard error; with\n"
+    "--log-level detail so do the requests' bodies, unless that is a terminal. Texts are UTF-8;\n"
+    "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
+    "library, which sends texts as they are, gets them.\n"
     "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out, "
     "and\n"
     "a record on standard error tells of it; when none can, the feedback fails.\n"
     "Examples:\n"
     "  veltra feedback submit --trace-id 4f1c --comment \"Not what I asked\" --satisfaction 2 \\\n"
     "      --type 1 --credentials keys.json\n"
-    "  veltra feedback submit --trace-id 4f1c --country FR --picture before.jpg after.jpg --json\n"
+    "  veltra feedback submit --trace-id 4f1c --country FR --picture before.jpg after.jpg --json\n";
+
+constexpr const char* kSubmitOutcome =
     "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"};\n"
     "  the id is empty when the gateway gave none.\n"
     "Exit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
 
 constexpr const char* kCancelEnd =
     "Example:\n"
-    "  veltra feedback cancel 1f0a --credentials keys.json\n"
+    "  veltra feedback cancel 1f0a --credentials keys.json\n";
+
+constexpr const char* kCancelOutcome =
     "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
     "Exit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
 
@@ -73,10 +76,12 @@ std::shared_ptr<Veltra::LLMComment> makeComment(const SubmitOptions& options) {
     return comment;
 }
 
-/// Bodies hold image keys just as the gateway gave them: a terminal might obey what is in them.
-OutputElsewhere::Target targetOfBodies() {
-    return errorGoesToTerminal() ? OutputElsewhere::Target::Nowhere
-                                 : OutputElsewhere::Target::StandardError;
+/// Bodies hold the user's words, and image keys just as the gateway gave them: a terminal might
+/// obey what is in them.
+OutputElsewhere::Target targetOfBodies(int logLevel) {
+    return logLevel > kDetailLevel || errorGoesToTerminal()
+               ? OutputElsewhere::Target::Nowhere
+               : OutputElsewhere::Target::StandardError;
 }
 
 std::string logInAndSubmit(const SubmitOptions& options) {
@@ -86,7 +91,8 @@ std::string logInAndSubmit(const SubmitOptions& options) {
     Oak::Net::SetHttpClientOptions(options.common.http);
     const Records records(options.common.logLevel, credentials);
     const Login login(options.common.domain, credentials);
-    if (const auto id = submitFeedback(comment, targetOfBodies())) return *id;
+    if (const auto id = submitFeedback(comment, targetOfBodies(options.common.logLevel)))
+        return *id;
     throw Failure("the feedback was not taken; a record on standard error says why");
 }
 
@@ -129,7 +135,7 @@ void addCommon(CLI::App& command, CommonOptions& options) {
 }
 
 void declareSubmit(CLI::App& command, SubmitOptions& options) {
-    command.footer(kSubmitEnd);
+    command.footer(std::string(kSubmitEnd) + kKeysHelp + kSubmitOutcome);
     command
         .add_option("--trace-id", options.traceId,
                     "The query whose answer is judged, as \"veltra query\" tells it (required)")
@@ -154,7 +160,7 @@ void declareSubmit(CLI::App& command, SubmitOptions& options) {
 }
 
 void declareCancel(CLI::App& command, CancelOptions& options) {
-    command.footer(kCancelEnd);
+    command.footer(std::string(kCancelEnd) + kKeysHelp + kCancelOutcome);
     command.add_option("ID", options.feedbackId, "The feedback, as its submission printed it")
         ->required();
     addCommon(command, options.common);

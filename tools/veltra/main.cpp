@@ -10,20 +10,80 @@
 
 #include <exception>
 #include <iostream>
+#include <string>
+#include <string_view>
 
 namespace {
 
 constexpr const char* kAbout =
-    "Queries language models through a gateway.\n"
+    "Queries language models through a gateway, and helps hosts of the Veltra library on their "
+    "way.\n"
     "Results go to standard output, everything else to standard error.";
 
 constexpr const char* kEnd =
-    "Credentials never stand on the command line, where other users see them: they come from a\n"
-    "file (--credentials) or from the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY.\n"
-    "\"veltra SUBCOMMAND --help\" says more, with examples.\n"
-    "Exit status: 0 success, 1 refused or failed, 2 wrong usage.";
+    "A first try, on this machine alone:\n"
+    "  veltra gateway --port 8080 --key demo:demo &\n"
+    "  export VELTRA_APP_KEY=demo VELTRA_SECRET_KEY=demo\n"
+    "  veltra query greeting name=Ada place=Veltra --domain http://127.0.0.1:8080\n"
+    "Keys never stand on the command line, where other users see them: they come from a file\n"
+    "(--credentials) or from the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY.\n"
+    "\"veltra SUBCOMMAND --help\" says more, with examples, \"man veltra\" all of it.\n"
+    "Exit status:\n"
+    "  0    success\n"
+    "  1    refused or failed: gateway not reached, login refused, query refused or screened,\n"
+    "       feedback not taken, time without a date, a step of the demo, output lost\n"
+    "  2    wrong usage: options, missing or malformed keys, a file that can't be read\n"
+    "  126  gateway: veltra-gateway can't be run\n"
+    "  127  gateway: veltra-gateway is not there\n"
+    "  130  query --repeat was interrupted; other subcommands end by the signal itself\n"
+    "gateway has the exit status of veltra-gateway, once that runs.";
 
-int run(int argc, char** argv) {
+/// Whether the result is wanted as JSON, even if the command line can't be understood.
+bool wantsJson(int argc, char** argv) {
+    for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i)
+        if (std::string_view(argv[i]) == "--json") return true;
+    return false;
+}
+
+int fail(bool json, const std::string& message, int status) {
+    tool::complain("veltra: " + message);
+    if (json) tool::reportFailure(true, tool::Failure(message));
+    return status;
+}
+
+/// The subcommand that the command line got to.
+const CLI::App& reached(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : reached(*chosen.back());
+}
+
+std::string fullName(const CLI::App& app) {
+    const auto* const above = app.get_parent();
+    return above == nullptr ? app.get_name() : fullName(*above) + ' ' + app.get_name();
+}
+
+/// The parser speaks of what is missing before it speaks of what it doesn't know, which is often
+/// the cause.
+std::string reasonOf(const CLI::App& command, const CLI::ParseError& error) {
+    const auto unknown = command.remaining();
+    if (unknown.empty()) return error.what();
+    if (unknown.front().rfind('-', 0) == 0) return "there is no option " + unknown.front();
+    const bool lacksSubcommand = command.get_require_subcommand_min() > 0;
+    return lacksSubcommand ? "there is no subcommand " + unknown.front() : error.what();
+}
+
+int failToParse(bool json, const CLI::App& app, const CLI::ParseError& error) {
+    const auto& command = reached(app);
+    const bool isBare = command.get_require_subcommand_min() > 0 && command.remaining().empty();
+    if (isBare && !json) {
+        std::cerr << app.help();
+        return tool::kWrongUsage;
+    }
+    const std::string hint = "; see " + fullName(command) + " --help";
+    return fail(json, reasonOf(command, error) + hint, tool::kWrongUsage);
+}
+
+int run(bool json, int argc, char** argv) {
     tool::Command chosen;
     CLI::App app(kAbout, "veltra");
     app.footer(kEnd);
@@ -35,29 +95,33 @@ int run(int argc, char** argv) {
     tool::addPhraseKey(app, chosen);
     tool::addTime(app, chosen);
     tool::addDemo(app, chosen);
+    tool::addGateway(app);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? tool::kSuccess : tool::kWrongUsage;
+        return failToParse(json, app, error);
     }
     return chosen();
 }
 
 int runGuarded(int argc, char** argv) {
+    const bool json = wantsJson(argc, argv);
     try {
-        return run(argc, argv);
+        return run(json, argc, argv);
     } catch (const tool::UsageError& error) {
-        tool::complain(std::string("veltra: ") + error.what());
-        return tool::kWrongUsage;
+        return fail(json, error.what(), tool::kWrongUsage);
     } catch (const std::exception& error) {
-        tool::complain(std::string("veltra: ") + error.what());
-        return tool::kFailure;
+        return fail(json, error.what(), tool::kFailure);
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The gateway shall find signals and descriptors just as this program found them.
+    if (tool::isForGateway(argc, argv)) return tool::runGateway(argc, argv);
     tool::prepareStandardStreams();
     const int status = runGuarded(argc, argv);
     const bool delivered = tool::finishOutput();

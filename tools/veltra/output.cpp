@@ -2,8 +2,12 @@
 
 #include "process_posix.h"
 
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <mutex>
+#include <utility>
 
 namespace tool {
 
@@ -54,6 +58,55 @@ std::string shownExcept(std::string_view text, std::string_view harmless) {
     return shown;
 }
 
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+
+std::string repaired(std::string_view text) {
+    std::string valid;
+    while (!text.empty()) {
+        rapidjson::MemoryStream stream(text.data(), text.size());
+        unsigned codePoint = 0;
+        const bool isCharacter = rapidjson::UTF8<>::Decode(stream, &codePoint);
+        const std::size_t length = isCharacter ? stream.Tell() : 1;
+        valid += isCharacter ? text.substr(0, length) : kReplacement;
+        text.remove_prefix(length);
+    }
+    return valid;
+}
+
+/// What the two kinds of lines on standard error know of each other.
+struct ErrorLines {
+    std::mutex mutex;
+    std::size_t progressWidth = 0;  // of the progress line that is shown
+
+    /// What takes the progress line away, on terminals of any kind.
+    std::string eraser() {
+        if (progressWidth == 0) return {};
+        return '\r' + std::string(std::exchange(progressWidth, 0), ' ') + '\r';
+    }
+};
+
+ErrorLines& errorLines() {
+    static ErrorLines lines;
+    return lines;
+}
+
+// One piece, so that the lines of several threads don't mix.
+void writeError(const std::string& text) {
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+}
+
+/// Why standard output was lost; 0 as long as it wasn't.
+int& lossReason() {
+    static int reason = 0;
+    return reason;
+}
+
+void flushOutput() {
+    errno = 0;
+    std::cout.flush();
+    if (!std::cout && lossReason() == 0) lossReason() = errno;
+}
+
 }  // namespace
 
 std::string jsonEscaped(std::string_view text, const std::string& name) {
@@ -69,7 +122,12 @@ std::string printable(std::string_view text) {
 }
 
 void printLine(std::string_view text) {
-    std::cout << text << '\n' << std::flush;
+    std::cout << text << '\n';
+    flushOutput();
+}
+
+bool outputIsLost() {
+    return !std::cout;
 }
 
 void printAnswer(std::string_view text) {
@@ -77,17 +135,39 @@ void printAnswer(std::string_view text) {
 }
 
 void complain(std::string_view text) {
-    // One piece, so that the lines of several threads don't mix.
     const std::string line = printable(text) + '\n';
-    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+    auto& lines = errorLines();
+    const std::scoped_lock lock(lines.mutex);
+    writeError(lines.eraser() + line);
 }
 
 void note(std::string_view text) {
     if (errorGoesToTerminal()) complain(text);
 }
 
+ProgressLine::~ProgressLine() {
+    auto& lines = errorLines();
+    const std::scoped_lock lock(lines.mutex);
+    writeError(lines.eraser());
+}
+
+void ProgressLine::show(const std::string& text) {
+    if (!errorGoesToTerminal()) return;
+    auto& lines = errorLines();
+    const std::scoped_lock lock(lines.mutex);
+    const std::string eraser = lines.eraser();
+    lines.progressWidth = text.size();
+    writeError(eraser + text);
+}
+
 void JsonWriter::text(std::string_view value) {
-    writer_.String(value.data(), jsonSize(value));
+    const std::string valid = repaired(value);
+    writer_.String(valid.data(), jsonSize(valid));
+}
+
+void JsonWriter::failure(const Failure& failure) {
+    member("code", failure.code);
+    member("message", failure.what());
 }
 
 void JsonWriter::member(std::string_view memberName, std::string_view value) {
@@ -102,6 +182,17 @@ void JsonWriter::member(std::string_view memberName, const char* value) {
 void JsonWriter::member(std::string_view memberName, std::int32_t value) {
     name(memberName);
     writer_.Int(value);
+}
+
+void JsonWriter::member(std::string_view memberName, std::uint64_t value) {
+    name(memberName);
+    writer_.Uint64(value);
+}
+
+void JsonWriter::member(std::string_view memberName, double value) {
+    constexpr double kThousand = 1000;
+    name(memberName);
+    writer_.Double(std::round(value * kThousand) / kThousand);
 }
 
 void JsonWriter::member(std::string_view memberName, bool value) {
@@ -120,10 +211,7 @@ void printJson(bool ok, const std::function<void(JsonWriter&)>& writeMembers) {
 
 void reportFailure(bool json, const Failure& failure) {
     if (json) {
-        printJson(false, [&](JsonWriter& writer) {
-            writer.member("code", failure.code);
-            writer.member("message", failure.what());
-        });
+        printJson(false, [&](JsonWriter& writer) { writer.failure(failure); });
     } else if (failure.code != 0) {
         complain("refused: code " + std::to_string(failure.code) + ": " + failure.what());
     } else {
@@ -132,8 +220,9 @@ void reportFailure(bool json, const Failure& failure) {
 }
 
 bool finishOutput() {
-    std::cout.flush();
+    flushOutput();
     if (std::cout && std::ferror(stdout) == 0) return true;
+    if (lossReason() == EPIPE) return false;
     complain("veltra: cannot write to standard output");
     return false;
 }

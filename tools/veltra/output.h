@@ -16,6 +16,9 @@ namespace tool {
 inline constexpr int kSuccess = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kWrongUsage = 2;
+inline constexpr int kCannotRun = 126;  ///< as a shell has it, like those below
+inline constexpr int kNotFound = 127;
+inline constexpr int kInterrupted = 130;
 
 /// The user must change the command line, the environment or an input file; exit status 2.
 struct UsageError : std::runtime_error {
@@ -39,6 +42,8 @@ std::string printable(std::string_view text);
 
 /// A line on standard output.
 void printLine(std::string_view text);
+/// Whether a line could not be handed on; what would be printed from now on is lost as well.
+bool outputIsLost();
 /// An answer on standard output: as it is, unless a terminal shows it.
 void printAnswer(std::string_view text);
 /// A line on standard error.
@@ -46,7 +51,20 @@ void complain(std::string_view text);
 /// A line on standard error for a person who watches; none when that isn't a terminal.
 void note(std::string_view text);
 
-/// Writes JSON; texts must be UTF-8.
+/// A line on standard error that tells a person who watches how far things are; none when that
+/// isn't a terminal. Lines of complain() take its place, and with the object it is gone. One at a
+/// time.
+class ProgressLine {
+ public:
+    ProgressLine() = default;
+    ~ProgressLine();
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+
+    void show(const std::string& text);
+};
+
+/// Writes JSON in UTF-8: bytes of a text that are none become U+FFFD.
 class JsonWriter {
  public:
     void beginObject() { writer_.StartObject(); }
@@ -55,6 +73,7 @@ class JsonWriter {
     void endArray() { writer_.EndArray(); }
     void name(std::string_view name) { text(name); }
     void text(std::string_view value);
+    void failure(const Failure& failure);  ///< its code and its message
     /// An array that another writer wrote.
     void json(std::string_view array) {
         writer_.RawValue(array.data(), array.size(), rapidjson::kArrayType);
@@ -63,6 +82,9 @@ class JsonWriter {
     void member(std::string_view memberName, std::string_view value);
     void member(std::string_view memberName, const char* value);
     void member(std::string_view memberName, std::int32_t value);
+    void member(std::string_view memberName, std::uint64_t value);
+    /// Written with three decimals at most.
+    void member(std::string_view memberName, double value);
     void member(std::string_view memberName, bool value);
 
     std::string_view written() const { return {buffer_.GetString(), buffer_.GetSize()}; }
@@ -72,13 +94,15 @@ class JsonWriter {
     rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
 };
 
-/// One line of JSON on standard output: an object that begins with "ok".
+/// One line of JSON on standard output: an object that begins with "ok". Where that is false, the
+/// members of a failure follow.
 void printJson(bool ok, const std::function<void(JsonWriter&)>& writeMembers);
 
 /// Reports a failure in the form that was asked for.
 void reportFailure(bool json, const Failure& failure);
 
-/// Hands standard output on. False, with a complaint, when any of it was lost.
+/// Hands standard output on. False when any of it was lost; with a complaint, unless the reader
+/// simply wanted no more.
 bool finishOutput();
 
 }  // namespace tool

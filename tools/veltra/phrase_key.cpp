@@ -8,8 +8,10 @@
 #include <CLI/App.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <cstddef>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,36 +23,85 @@ constexpr const char* kEnd =
     "Prints the key of each PHRASE or, without any, of each line of standard input that isn't\n"
     "blank. Write a phrase as it stands in a text: words parted by single spaces, UTF-8, in the\n"
     "very case that is to be found.\n"
+    "A host that escapes its values hands in the keys of --escaped, two for each phrase: of the\n"
+    "phrase as it looks when escaped, and of that before an escaped quote.\n"
     "Examples:\n"
     "  veltra phrase-key \"project bluebird\" merger\n"
-    "  veltra phrase-key < phrases.txt > keys.txt\n"
-    "JSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}\n"
-    "Exit status: 0 success, 1 failure, 2 wrong usage.";
+    "  veltra phrase-key --escaped < phrases.txt > keys.txt\n"
+    "JSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each also "
+    "has\n"
+    "  \"keyBeforeQuote\".\n"
+    "Exit status: 0 success, 1 the output was lost, 2 wrong usage.";
 
-void printKeysAsJson(const std::vector<std::string>& phrases) {
-    for (const auto& phrase : phrases)
-        jsonEscaped(phrase, "a phrase");
+struct PhraseKeyOptions {
+    CommonOptions common;
+    bool escaped = false;
+};
+
+/// Hands out the phrases of the command line or, for want of those, of standard input.
+class Phrases {
+ public:
+    explicit Phrases(const std::vector<std::string>& arguments) : arguments_(arguments) {}
+
+    std::optional<std::string> next() {
+        if (arguments_.empty()) return nextPhrase(std::cin);
+        if (given_ == arguments_.size()) return std::nullopt;
+        return arguments_[given_++];
+    }
+
+ private:
+    const std::vector<std::string>& arguments_;
+    std::size_t given_ = 0;
+};
+
+void writeKeys(JsonWriter& writer, const std::string& phrase, bool escaped) {
+    writer.beginObject();
+    writer.member("phrase", phrase);
+    if (escaped) {
+        const EscapedPhrase forms(phrase);
+        writer.member("key", Veltra::PhraseKey(forms.text));
+        writer.member("keyBeforeQuote", Veltra::PhraseKey(forms.beforeQuote));
+    } else {
+        writer.member("key", Veltra::PhraseKey(phrase));
+    }
+    writer.endObject();
+}
+
+void printKeysAsJson(Phrases& phrases, bool escaped) {
+    JsonWriter keys;
+    keys.beginArray();
+    while (const auto phrase = phrases.next()) {
+        // The phrase stands beside its key: repaired it would be another one.
+        jsonEscaped(*phrase, "a phrase");
+        writeKeys(keys, *phrase, escaped);
+    }
+    keys.endArray();
     printJson(true, [&](JsonWriter& writer) {
         writer.name("keys");
-        writer.beginArray();
-        for (const auto& phrase : phrases) {
-            writer.beginObject();
-            writer.member("phrase", phrase);
-            writer.member("key", Veltra::PhraseKey(phrase));
-            writer.endObject();
-        }
-        writer.endArray();
+        writer.json(keys.written());
     });
 }
 
-int printKeys(const std::vector<std::string>& arguments, bool json) {
-    const auto phrases = arguments.empty() ? readPhrases(std::cin) : arguments;
-    if (json) {
-        printKeysAsJson(phrases);
-        return kSuccess;
+// Each key is printed before the next phrase is read: the input may have no end.
+void printKeysAsText(Phrases& phrases, bool escaped) {
+    while (const auto phrase = phrases.next()) {
+        if (escaped) {
+            const EscapedPhrase forms(*phrase);
+            printLine(Veltra::PhraseKey(forms.text));
+            printLine(Veltra::PhraseKey(forms.beforeQuote));
+        } else {
+            printLine(Veltra::PhraseKey(*phrase));
+        }
+        if (outputIsLost()) return;
     }
-    for (const auto& phrase : phrases)
-        printLine(Veltra::PhraseKey(phrase));
+}
+
+int printKeys(const std::vector<std::string>& arguments, const PhraseKeyOptions& options) {
+    Phrases phrases(arguments);
+    if (options.common.json)
+        printKeysAsJson(phrases, options.escaped);
+    else
+        printKeysAsText(phrases, options.escaped);
     return kSuccess;
 }
 
@@ -76,15 +127,15 @@ class Help : public CLI::Formatter {
 void addPhraseKey(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand(
         "phrase-key", "Compute the keys under which a host hands in sensitive phrases");
-    const auto options = std::make_shared<CommonOptions>();
+    const auto options = std::make_shared<PhraseKeyOptions>();
     command->footer(kEnd);
     command->formatter(std::make_shared<Help>());
     command->allow_extras();
-    addJson(*command, *options);
+    command->add_flag("--escaped", options->escaped,
+                      "Keys for values that are escaped for JSON: two for each phrase");
+    addJson(*command, options->common);
     command->callback([command, options, &chosen] {
-        chosen = [phrases = phrasesOf(*command), options] {
-            return printKeys(phrases, options->json);
-        };
+        chosen = [phrases = phrasesOf(*command), options] { return printKeys(phrases, *options); };
     });
 }
 

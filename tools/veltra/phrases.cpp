@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 namespace tool {
 
@@ -31,23 +32,24 @@ std::string joinWords(const std::vector<std::string>& words) {
 
 }  // namespace
 
-std::vector<std::string> readPhrases(std::istream& lines) {
-    std::vector<std::string> phrases;
+std::optional<std::string> nextPhrase(std::istream& lines) {
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.find_first_not_of(' ') != line.npos) phrases.push_back(line);
+        if (line.find_first_not_of(' ') != line.npos) return line;
     }
-    return phrases;
+    return std::nullopt;
 }
+
+EscapedPhrase::EscapedPhrase(const std::string& phrase)
+    : text(jsonEscaped(phrase, "a phrase")), beforeQuote(text + '\\') {}
 
 void PhraseList::add(const std::string& phrase) {
     const auto words = splitWords(phrase);
     mostWords = std::max(mostWords, static_cast<std::uint32_t>(words.size()));
-    // The layer screens values as they are sent, escaped. So phrases are escaped alike, and the
-    // word before a quote, which ends a sentence, has the quote's backslash at its end.
-    const std::string escaped = jsonEscaped(joinWords(words), "a phrase");
-    keys.insert(Veltra::PhraseKey(escaped));
-    keys.insert(Veltra::PhraseKey(escaped + '\\'));
+    // The layer screens values as they are sent, escaped. So phrases are escaped alike.
+    const EscapedPhrase escaped(joinWords(words));
+    keys.insert(Veltra::PhraseKey(escaped.text));
+    keys.insert(Veltra::PhraseKey(escaped.beforeQuote));
 }
 
 PhraseList loadPhraseFile(const std::string& file) {
@@ -55,9 +57,9 @@ PhraseList loadPhraseFile(const std::string& file) {
     if (!stream) throw UsageError("cannot read " + file);
     PhraseList list;
     std::size_t neverFound = 0;
-    for (const auto& phrase : readPhrases(stream)) {
-        list.add(phrase);
-        if (phrase.find_first_of(kSentenceDelimiters) != phrase.npos) ++neverFound;
+    while (const auto phrase = nextPhrase(stream)) {
+        list.add(*phrase);
+        if (phrase->find_first_of(kSentenceDelimiters) != phrase->npos) ++neverFound;
     }
     if (neverFound > 0)
         complain(

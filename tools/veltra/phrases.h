@@ -2,14 +2,21 @@
 
 #include <cstdint>
 #include <istream>
+#include <optional>
 #include <string>
 #include <unordered_set>
-#include <vector>
 
 namespace tool {
 
-/// The lines that aren't blank, without the end of line that Windows writes.
-std::vector<std::string> readPhrases(std::istream& lines);
+/// The next line that isn't blank, without the end of line that Windows writes; nothing at the end.
+std::optional<std::string> nextPhrase(std::istream& lines);
+
+/// A phrase as it stands in texts that were escaped.
+struct EscapedPhrase {
+    explicit EscapedPhrase(const std::string& phrase);
+    std::string text;
+    std::string beforeQuote;  ///< a quote ends a sentence and leaves its backslash on the last word
+};
 
 /// A list of sensitive phrases as the layer takes it.
 struct PhraseList {

@@ -12,9 +12,10 @@ namespace tool {
 namespace {
 
 constexpr const char* kEnd =
-    "The reason of a failure is in the records on standard error.\n"
-    "Example:\n"
+    "Needs no keys. The reason of a failure is in the records on standard error.\n"
+    "Examples:\n"
     "  veltra probe https://gateway.example\n"
+    "  veltra probe https://gateway.example --proxy direct --timeout-ms 3000 --json\n"
     "JSON: {\"ok\":true,\"domain\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
     "Exit status: 0 the gateway answers, 1 it doesn't, 2 wrong usage.";
 

@@ -6,8 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <system_error>
 
 namespace tool {
 
@@ -25,6 +28,19 @@ int openTarget(OutputElsewhere::Target target) {
     return target == OutputElsewhere::Target::Nowhere
                ? open("/dev/null", O_WRONLY | O_CLOEXEC)
                : fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+std::atomic<bool> interruptionRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+
+extern "C" void requestInterruption(int /*signal*/) {
+    interruptionRequested = true;
+}
+
+/// Where this program lies, links resolved; empty when the system doesn't say.
+std::filesystem::path ownFolder() {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
 }
 
 }  // namespace
@@ -61,6 +77,45 @@ OutputElsewhere::OutputElsewhere(Target target)
 OutputElsewhere::~OutputElsewhere() {
     static_cast<void>(pointOutputTo(output_));
     close(output_);
+}
+
+Interruption::Interruption() {
+    interruptionRequested = false;
+    struct sigaction before {};
+    if (sigaction(SIGINT, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+    struct sigaction action {};
+    action.sa_handler = &requestInterruption;
+    // The handler is for once; calls that the signal meets go on.
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    static_cast<void>(sigaction(SIGINT, &action, nullptr));
+}
+
+Interruption::~Interruption() {
+    struct sigaction action {};
+    static_cast<void>(sigaction(SIGINT, nullptr, &action));
+    if (action.sa_handler == &requestInterruption) static_cast<void>(std::signal(SIGINT, SIG_DFL));
+}
+
+bool Interruption::requested() const {
+    return interruptionRequested;
+}
+
+int becomeProgram(const std::string& name, const std::vector<char*>& arguments) {
+    std::string first = name;
+    std::vector<char*> all{first.data()};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    all.push_back(nullptr);
+
+    const auto folder = ownFolder();
+    if (!folder.empty()) execv((folder / name).c_str(), all.data());
+    if (folder.empty() || errno == ENOENT) execvp(name.c_str(), all.data());
+    const int reason = errno;
+    if (reason == ENOENT) {
+        complain("veltra: there is no " + name + " beside veltra nor in PATH");
+        return kNotFound;
+    }
+    complain("veltra: cannot run " + name + ": " + std::generic_category().message(reason));
+    return kCannotRun;
 }
 
 bool isReadableByOthers(const std::string& file) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 /// What the program asks of the operating system.
 
@@ -27,6 +28,22 @@ class OutputElsewhere {
  private:
     int output_;  ///< where standard output goes otherwise
 };
+
+/// Takes Ctrl-C (SIGINT) while it lives: the first asks for an early end, the second ends the
+/// program. Where it was ignored, as it is in a background job, it stays so. One at a time.
+class Interruption {
+ public:
+    Interruption();
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    bool requested() const;
+};
+
+/// Puts another program, looked for beside this one and then in PATH, into the place of this one:
+/// same process, same environment. Returns the exit status for want of it, with a complaint.
+int becomeProgram(const std::string& name, const std::vector<char*>& arguments);
 
 /// Whether users other than the file's owner may read it.
 bool isReadableByOthers(const std::string& file);

@@ -5,11 +5,14 @@
 #include "output.h"
 #include "phrases.h"
 #include "records.h"
+#include "repeat.h"
+#include "repeat_report.h"
 #include "run_query.h"
 #include "trace_id.h"
 
 #include <Veltra/Veltra.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -25,18 +28,24 @@ constexpr const char* kEnd =
     "The answer goes to standard output. Prompt key, names, values and the other texts are UTF-8;\n"
     "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
     "library, which sends texts as they are, gets them. \"--\" ends the options.\n"
-    "Credentials file:\n"
-    "  {\"keys\":[{\"appKey\":\"..\",\"secretKey\":\"..\"}],\"productVersion\":\"..\"}\n"
-    "The pairs are tried in this order; productVersion may be absent.\n"
+    "With --repeat no answer is printed but a summary: latencies of the answered queries by\n"
+    "nearest rank, answered queries per second, failures by code. A thread's first query opens "
+    "its\n"
+    "connection. Ctrl-C ends the run with the summary so far, a second time at once.\n"
     "Examples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
     "  veltra query summary sentences=2 \"text=$(cat report.txt)\" --filter 3 \\\n"
     "      --domain https://gateway.example --phrase-file phrases.txt --json\n"
+    "  veltra query greeting name=Ada --repeat 1000 --threads 8 --credentials keys.json\n";
+
+constexpr const char* kOutcome =
     "JSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\"}, or\n"
     "  {\"ok\":false,\"code\":N,\"message\":\"..\"}; N is the query's code: 1 no valid token,\n"
     "  2 gateway not reached, 3 service not usable, 4 sensitive words, 6 refused by the gateway;\n"
-    "  0 when domain or login failed before the query.\n"
-    "Exit status: 0 answered, 1 refused or failed, 2 wrong usage.";
+    "  0 when domain or login failed before the query. With --repeat the summary's members, as\n"
+    "  docs/command-line.md and veltra(1) list them.\n"
+    "Exit status: 0 answered, with --repeat all of them, 1 refused or failed, 2 wrong usage,\n"
+    "  130 --repeat was interrupted.";
 
 struct QueryOptions {
     CommonOptions common;
@@ -47,6 +56,14 @@ struct QueryOptions {
     std::string traceId;
     std::string phraseFile;
     std::optional<std::uint32_t> phraseLimit;
+    std::optional<std::uint32_t> repeat;
+    std::uint32_t threads = 1;
+    CLI::Option* logLevel = nullptr;
+
+    /// A failure that many queries meet would fill the screen: it is counted instead.
+    int recordLevel() const {
+        return repeat && logLevel->count() == 0 ? kNoRecords : common.logLevel;
+    }
 };
 
 std::map<std::string, std::string> readElements(const std::vector<std::string>& assignments) {
@@ -82,31 +99,52 @@ void setPhrases(const QueryOptions& options) {
     Veltra::Veltra_SetsitiveWords(list.keys, options.phraseLimit.value_or(list.mostWords));
 }
 
-std::string logInAndRun(const QueryOptions& options) {
+int runOnce(const QueryOptions& options, const std::shared_ptr<Veltra::CHumanMessage>& message) {
+    const std::string answer = QuerySession().run(message);
+    if (options.common.json) {
+        printJson(true, [&](JsonWriter& writer) {
+            writer.member("traceId", options.traceId);
+            writer.member("answer", answer);
+        });
+    } else {
+        note("trace id: " + options.traceId);
+        printAnswer(answer);
+    }
+    return kSuccess;
+}
+
+/// Each query gets a trace id of its own.
+PrepareQuery repeatedQuery(const QueryOptions& options) {
+    const auto message = makeMessage(options);
+    const std::string stem = jsonEscaped(options.traceId, "the trace id") + '-';
+    return [message, stem, session = QuerySession()](std::uint64_t number) {
+        message->SetSessionID(stem + std::to_string(number));
+        return [&session, &message] { session.run(message); };
+    };
+}
+
+int runOften(const QueryOptions& options) {
+    const RepeatPlan plan{*options.repeat, std::min(*options.repeat, options.threads)};
+    if (!options.common.json) note("trace ids: " + options.traceId + "-1 and so on");
+    const auto result = runRepeatedly(plan, [&] { return repeatedQuery(options); });
+    return reportRepeat(options.common.json, options.traceId, plan, result);
+}
+
+int logInAndRun(const QueryOptions& options) {
     // Whatever is wrong with the arguments comes to light before the first exchange.
     const auto credentials = loadCredentials(options.common.credentialsFile);
     const auto message = makeMessage(options);
     Oak::Net::SetHttpClientOptions(options.common.http);
-    const Records records(options.common.logLevel, credentials);
+    const Records records(options.recordLevel(), credentials);
     setPhrases(options);
     const Login login(options.common.domain, credentials);
-    return runQuery(message);
+    return options.repeat ? runOften(options) : runOnce(options, message);
 }
 
 int query(QueryOptions& options) {
     if (options.traceId.empty()) options.traceId = newTraceId();
     try {
-        const std::string answer = logInAndRun(options);
-        if (!options.common.json) {
-            note("trace id: " + options.traceId);
-            printAnswer(answer);
-            return kSuccess;
-        }
-        printJson(true, [&](JsonWriter& writer) {
-            writer.member("traceId", options.traceId);
-            writer.member("answer", answer);
-        });
-        return kSuccess;
+        return logInAndRun(options);
     } catch (const Failure& failure) {
         reportFailure(options.common.json, failure);
         return kFailure;
@@ -114,7 +152,7 @@ int query(QueryOptions& options) {
 }
 
 void declare(CLI::App& command, QueryOptions& options) {
-    command.footer(kEnd);
+    command.footer(std::string(kEnd) + kKeysHelp + kOutcome);
     command.add_option("PROMPT_KEY", options.promptKey, "Key of the gateway's prompt template")
         ->required();
     command.add_option("NAME=VALUE", options.assignments, "Values for the template's placeholders");
@@ -144,10 +182,22 @@ void declare(CLI::App& command, QueryOptions& options) {
                     "Most words of a phrase that is looked up (default: the longest phrase's)")
         ->option_text("N")
         ->needs(phraseFile);
+    auto* repeat = command
+                       .add_option("--repeat", options.repeat,
+                                   "Run the query N times, over all threads together, and print "
+                                   "a summary (1 to 10000000)")
+                       ->option_text("N")
+                       ->check(CLI::Range(std::uint32_t{1}, kMostRepeats));
+    command
+        .add_option("--threads", options.threads,
+                    "Threads for --repeat, each with a session (1 to 256, default: 1)")
+        ->option_text("K")
+        ->check(CLI::Range(std::uint32_t{1}, kMostThreads))
+        ->needs(repeat);
     addDomain(command, options.common);
     addConnection(command, options.common);
     addCredentials(command, options.common);
-    addLogLevel(command, options.common);
+    options.logLevel = addLogLevel(command, options.common);
     addJson(command, options.common);
 }
 

@@ -8,14 +8,16 @@
 
 namespace tool {
 
-std::string runQuery(const std::shared_ptr<Veltra::CHumanMessage>& message) {
-    Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
-    const auto session = helper.GetLLMSessionItem(Veltra::LLMType::Default);
+QuerySession::QuerySession()
+    : session_(Veltra::CAiHelper(Veltra::ProductType::Default, "")
+                   .GetLLMSessionItem(Veltra::LLMType::Default)) {}
+
+std::string QuerySession::run(const std::shared_ptr<Veltra::CHumanMessage>& message) const {
     std::shared_ptr<Veltra::CLLMMessage> answer;
-    if (session->ExecuteQuery(message, answer)) return answer->GetContent();
+    if (session_->ExecuteQuery(message, answer)) return answer->GetContent();
     std::int32_t code = 0;
     std::string reason;
-    session->GetErrorInfo(code, reason);
+    session_->GetErrorInfo(code, reason);
     throw Failure(reason, code);
 }
 

@@ -21,7 +21,8 @@ namespace tool {
 namespace {
 
 constexpr const char* kEnd =
-    "The expression is a row of terms, such as -1d, +0w1d, ~0m, 2024y3m15d or -1dT08:30; the\n"
+    "Needs no keys and no network. The expression is a row of terms, such as -1d, +0w1d, ~0m, "
+    "2024y3m15d or -1dT08:30; the\n"
     "units are y m w d h M (or min) s. Without a clock time and without hours, minutes or seconds\n"
     "the result is the end of the day, or its start with --start-of-day.\n"
     "Examples:\n"
