@@ -1,36 +1,38 @@
 #!/usr/bin/env bash
-# Public headers compile alone, together and in any order, as C++11 and later, with every warning
-# on and with macros that hosts are known to define:
-#     check_headers.sh COMPILER SOURCE-ROOT
+# Public headers compile alone, together and in any order, from C++11 to C++20, with every warning on
+# and with macros that hosts are known to define:
+#     check_headers.sh SOURCE-ROOT COMPILER...
 set -euo pipefail
 
-compiler=$1
-root=$2
+root=$1
 flags=(-fsyntax-only -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Werror
-       "-Dmin(a,b)=hostile" "-Dmax(a,b)=hostile" -Dsmall=char
        "-I$root/include" "-I$root/platform/include")
-headers=(Oak/Net/HttpClientOptions.h qlog/qlog.h)
+headers=(Oak/Base/Export.h Oak/Net/HttpClientOptions.h qlog/qlog.h)
 for header in "$root"/include/Veltra/*.h; do headers+=("Veltra/${header##*/}"); done
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
 
-# Standard headers first, so that the macros meet ours alone.
-standard='#include <cstdint>\n#include <functional>\n#include <map>\n#include <memory>\n'
-standard+='#include <string>\n#include <unordered_set>\n#include <vector>\n'
-compile() {  # LANGUAGE-STANDARD INCLUDES
-  printf '%b' "#undef min\n#undef max\n$standard#define min hostile\n#define max hostile\n$2" |
-    "$compiler" -x c++ "-std=$1" "${flags[@]}" -
-}
-
-forward=''
-backward=''
+forward='' backward=''
 for header in "${headers[@]}"; do
-  forward+="#include <$header>\n"
-  backward="#include <$header>\n$backward"
-  printf '#include <%s>\n' "$header" | "$compiler" -x c++ -std=c++11 "${flags[@]:0:7}" \
-    "-I$root/include" "-I$root/platform/include" -
+  line="#include <$header>"$'\n'
+  echo "$line" >"$folder/${header//\//_}.cpp"
+  forward+=$line backward=$line$backward
 done
-for standard_name in c++11 c++14 c++17 c++20; do
-  compile "$standard_name" "$forward"
-  compile "$standard_name" "$backward"
-done
-printf '#include <qlog/qlog.h>\n' | "$compiler" -x c -std=c99 "-I$root/platform/include" \
+# Standard headers first, so that the macros meet ours alone.
+hostile="$(printf '#include <%s>\n' cstdint functional map memory string unordered_set vector)
+#define min(a, b) hostile
+#define max(a, b) hostile
+#define small char
+"
+echo "$hostile$forward" >"$folder/forward.cpp"
+echo "$hostile$backward" >"$folder/backward.cpp"
+
+export flags_text="${flags[*]}"
+for compiler in "${@:2}"; do
+  for standard in c++11 c++14 c++17 c++20; do
+    for source in "$folder"/*.cpp; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
+  done
+done | xargs -0 -n 3 -P 2 bash -c '"$1" "$2" $flags_text "$3"' compile
+
+printf '#include <qlog/qlog.h>\n' | "$2" -x c -std=c99 "-I$root/platform/include" \
   -Wall -Wextra -Wpedantic -Werror -fsyntax-only -

@@ -8,10 +8,12 @@ namespace Veltra {
 
 /// The 64-bit hash of a phrase, built byte by byte, so that the hash of a text goes on from the
 /// hash of any text that it begins with. It is the 64-bit hash-combine in the manner of
-/// MurmurHash2 over the bytes as signed characters.
+/// MurmurHash2 over the bytes as signed characters. A plain value: one thread at a time may change
+/// it, and nothing here throws or blocks.
 class PhraseHash {
  public:
     /// Goes on with one byte.
+    /// @param byte  any byte
     void Add(char byte) {
         // Bytes from 0x80 on are sign-extended, whatever the platform's plain char is.
         std::uint64_t k =
@@ -24,7 +26,8 @@ class PhraseHash {
         value_ += 0xE6546B64U;
     }
 
-    /// The hash of the bytes added so far; 0 without any.
+    /// Looks at the hash, which may go on afterwards.
+    /// @return the hash of the bytes added so far; 0 without any
     std::uint64_t Value() const { return value_; }
 
  private:
@@ -32,11 +35,22 @@ class PhraseHash {
     std::uint64_t value_ = 0;
 };
 
-/// The key of a phrase for `Veltra_SetsitiveWords`: its hash in decimal.
+/// The key of a phrase for `Veltra_SetsitiveWords`.
 ///
-/// Hand in the phrase as it stands in a text: words joined by single spaces, UTF-8, in the very
-/// case and form that is to be found, without a sentence delimiter (- ; | ? . ! , : ( ) < > [ ] { }
-/// "). Header-only, so that a tool can compute keys without the library. Any thread may call it.
+/// The text is hashed as given: it is not escaped, checked, trimmed, brought to one case or into
+/// one Unicode form. Queries are screened in the form that the host hands in, which is escaped for
+/// JSON; so a phrase that holds a backslash is given escaped here, and a phrase that users may put
+/// into quotes is listed a second time with a backslash at its end, where the closing quote's
+/// escape stands. docs/screening.md shows it.
+///
+/// Header-only, so that a tool can compute keys without the library. Any thread may call it at any
+/// time. It doesn't block, and throws only when memory can't be allocated.
+///
+/// @param phrase  the phrase as it stands in a text: words joined by single spaces, UTF-8, in the
+///                very case and form that is to be found. One with a sentence delimiter (any of
+///                `- ; | ? . ! , : ( ) < > [ ] { }` and the double quote), or with more spaces,
+///                gets a key that no text matches
+/// @return the hash of the bytes, in decimal
 inline std::string PhraseKey(const std::string& phrase) {
     PhraseHash hash;
     for (const char byte : phrase)

@@ -10,13 +10,13 @@ namespace Veltra {
 
 /// A day of the week, numbered as `tm_wday` is.
 enum class FirstDayOfWeek : std::int32_t {
-    Sunday = 0,
-    Monday = 1,
-    Tuesday = 2,
-    Wednesday = 3,
-    Thursday = 4,
-    Friday = 5,
-    Saturday = 6
+    Sunday = 0,     ///< Sunday (the initial setting)
+    Monday = 1,     ///< Monday
+    Tuesday = 2,    ///< Tuesday
+    Wednesday = 3,  ///< Wednesday
+    Thursday = 4,   ///< Thursday
+    Friday = 5,     ///< Friday
+    Saturday = 6    ///< Saturday
 };
 
 /// Turns a relative time expression, such as "-1d", "+0w", "~0m" or "-1d08:30", into the local
@@ -38,7 +38,8 @@ enum class FirstDayOfWeek : std::int32_t {
 ///         that can't be read, or a number that doesn't fit 32 bits on the way. Details are logged.
 ///
 /// Works whether or not the layer is enabled; needs no login and no network. Any thread may call it
-/// at any time; it takes no lock of this library and throws nothing. In a forked child of a process
+/// at any time; it takes no lock of this library, doesn't block, and throws nothing, apart from a
+/// failure to allocate memory. In a forked child of a process
 /// that has used the library it returns false.
 VELTRA_API bool ConvertTime(const std::string& expression, std::string& result, std::int64_t now,
                             bool startOfDay);
@@ -47,11 +48,12 @@ VELTRA_API bool ConvertTime(const std::string& expression, std::string& result, 
 /// first call. It decides where terms like "+0w" and "-1w" go; "~0w" ends on a Saturday whatever is
 /// set.
 ///
-/// Returns false, with the setting as it was, when `day` is none of the seven values, or in a
-/// forked child of a process that has used the library.
-///
 /// Any thread may call it at any time; a conversion that runs meanwhile uses the old or the new
-/// day.
+/// day. It neither blocks nor throws.
+///
+/// @param day  one of the seven values
+/// @return false, with the setting as it was, when `day` is none of the seven values, or in a
+///         forked child of a process that has used the library
 VELTRA_API bool SetFirstDayOfWeek(FirstDayOfWeek day);
 
 }  // namespace Veltra

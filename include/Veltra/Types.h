@@ -7,11 +7,15 @@ namespace Veltra {
 
 /// The host's product, as the gateway's operators number it. The layer accepts any value and acts
 /// on none; cast the number you were given.
-enum class ProductType : std::int32_t { Default = 0 };
+enum class ProductType : std::int32_t {
+    Default = 0  ///< for hosts that were given no number
+};
 
 /// The model family that a session is meant for. Any value gives the same kind of session; cast the
 /// number you were given.
-enum class LLMType : std::int32_t { Default = 0 };
+enum class LLMType : std::int32_t {
+    Default = 0  ///< for hosts that were given no number
+};
 
 /// How the gateway is asked to check a query's texts for forbidden words.
 ///

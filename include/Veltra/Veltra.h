@@ -1,7 +1,18 @@
 #ifndef VELTRA_VELTRA_H
 #define VELTRA_VELTRA_H
 
-/// Everything that the library exports.
+/// @file
+/// Everything that the library exports, but for its two platform headers, qlog/qlog.h and
+/// Oak/Net/HttpClientOptions.h.
+
+/// @namespace Veltra
+/// The client of the gateway: login, queries, screening, feedback, time expressions.
+///
+/// Any function may be called from any thread at any time, at the same time as any other, except
+/// while the library is being unloaded. Classes say how many threads may use an object. Nothing
+/// here throws, apart from a failure to allocate memory. Functions, and
+/// `CLLMSession::ExecuteQuery`, return false, without doing anything, in a child forked from a
+/// process that had used the library, and in threads that still run while the process ends.
 
 #include <Veltra/AiHelper.h>
 #include <Veltra/Comment.h>

@@ -1,8 +1,12 @@
 #ifndef OAK_BASE_EXPORT_H
 #define OAK_BASE_EXPORT_H
 
-/// OAK_API marks the few platform declarations that a host may call; everything else stays hidden
-/// inside the library.
+/// @file
+/// What the library exports of its platform services.
+
+/// @def OAK_API
+/// Marks the few platform declarations that a host may call; everything else stays hidden inside
+/// the library.
 #if defined(_WIN32)
 #if defined(VELTRA_BUILDING_LIBRARY)
 #define OAK_API __declspec(dllexport)
