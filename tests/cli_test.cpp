@@ -121,13 +121,13 @@ class CliTest : public testing::Test {
 TEST_F(CliTest, WrongUsageExitsWith2AndPrintsNothingOnStandardOutput) {
     write("broken.json", R"({"keys":[{"appKey":"s3cret"}]})");
     for (const char* arguments :
-         {"", "no-such", "query", "query greeting", "query --no-such greeting",
-          "query greeting --credentials broken.json", "query greeting --credentials absent.json",
+         {"query", "query greeting", "query greeting --credentials broken.json",
+          "query greeting --credentials absent.json",
           "query greeting noequals --credentials keys.json",
           "query greeting a=1 a=2 --credentials keys.json",
           "query greeting --filter 5 --credentials keys.json",
           "query greeting $(printf 'a=\\377') --credentials keys.json", "probe", "probe gateway",
-          "probe http://localhost:1 --log-level 1", "phrase-key --no-such", "demo", "feedback",
+          "probe http://localhost:1 --log-level 1", "phrase-key --no-such", "demo",
           "feedback cancel", "feedback submit --credentials keys.json"}) {
         SCOPED_TRACE(arguments);
         const Result result = run(arguments);
@@ -212,7 +212,8 @@ TEST_F(CliTest, AnInterruptedRepetitionSumsUpWhatItDid) {
     startGateway();
     // On a terminal, which turns what is typed into a signal, once the progress line is there.
     const int status = shell(
-        "until grep -q ' of 1000000 queries' typescript 2>/dev/null; do :; done; printf '\\003'",
+        "timeout 60 sh -c 'until grep -q \"of 1000000 queries\" typescript; do sleep 0.02; done' "
+        "2>/dev/null; printf '\\003'",
         R"(timeout 60 script -qefc "')" VELTRA_PROGRAM
         R"(' query greeting --repeat 1000000 --json --credentials keys.json --domain )" +
             gateway_->baseUrl() + "\" typescript >out 2>&1");

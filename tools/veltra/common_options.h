@@ -15,7 +15,7 @@ inline constexpr int kNoRecords = 6;
 
 /// For the help of subcommands that log in.
 inline constexpr const char* kKeysHelp =
-    "Keys:\n"
+    "\nKeys:\n"
     "  --credentials FILE, or the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY. The file holds\n"
     "  {\"keys\":[{\"appKey\":\"..\",\"secretKey\":\"..\"}],\"productVersion\":\"..\"}\n"
     "  The pairs are tried in this order; productVersion may be absent. Let nobody else read it.\n";

@@ -23,15 +23,15 @@ constexpr const char* kEnd =
     "Needs a local gateway with its shipped templates. Without keys the pair demo:demo is\n"
     "used, which veltra-gateway accepts when it is started without --key. The library's records\n"
     "appear when a step deviates, or all along with --log-level.\n"
-    "Example:\n"
+    "\nExample:\n"
     "  veltra gateway --port 8080 &\n"
     "  veltra demo --gateway http://127.0.0.1:8080\n";
 
 constexpr const char* kOutcome =
-    "JSON: {\"ok\":true,\"steps\":[{\"number\":N,\"title\":\"..\",\"result\":\"..\"}]}; after a\n"
+    "\nJSON: {\"ok\":true,\"steps\":[{\"number\":N,\"title\":\"..\",\"result\":\"..\"}]}; after a\n"
     "  deviation \"ok\" is false, \"code\":0 and \"message\" follow it, and the last step has\n"
     "  \"deviation\" in place of \"result\".\n"
-    "Exit status: 0 every step went as it should, 1 a step deviated, 2 wrong usage.";
+    "\nExit status: 0 every step went as it should, 1 a step deviated, 2 wrong usage.";
 
 struct DemoOptions {
     CommonOptions common;  // the domain is the gateway

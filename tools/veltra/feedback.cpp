@@ -32,23 +32,24 @@ constexpr const char* kSubmitEnd =
     "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out, "
     "and\n"
     "a record on standard error tells of it; when none can, the feedback fails.\n"
-    "Examples:\n"
+    "\nExamples:\n"
     "  veltra feedback submit --trace-id 4f1c --comment \"Not what I asked\" --satisfaction 2 \\\n"
     "      --type 1 --credentials keys.json\n"
     "  veltra feedback submit --trace-id 4f1c --country FR --picture before.jpg after.jpg --json\n";
 
 constexpr const char* kSubmitOutcome =
-    "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"};\n"
+    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\"}, or "
+    "{\"ok\":false,\"code\":0,\"message\":\"..\"};\n"
     "  the id is empty when the gateway gave none.\n"
-    "Exit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
+    "\nExit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
 
 constexpr const char* kCancelEnd =
     "Example:\n"
     "  veltra feedback cancel 1f0a --credentials keys.json\n";
 
 constexpr const char* kCancelOutcome =
-    "JSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
-    "Exit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
+    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "\nExit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
 
 struct SubmitOptions {
     CommonOptions common;

@@ -25,13 +25,13 @@ constexpr const char* kEnd =
     "very case that is to be found.\n"
     "A host that escapes its values hands in the keys of --escaped, two for each phrase: of the\n"
     "phrase as it looks when escaped, and of that before an escaped quote.\n"
-    "Examples:\n"
+    "\nExamples:\n"
     "  veltra phrase-key \"project bluebird\" merger\n"
     "  veltra phrase-key --escaped < phrases.txt > keys.txt\n"
-    "JSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each also "
+    "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each also "
     "has\n"
     "  \"keyBeforeQuote\".\n"
-    "Exit status: 0 success, 1 the output was lost, 2 wrong usage.";
+    "\nExit status: 0 success, 1 the output was lost, 2 wrong usage.";
 
 struct PhraseKeyOptions {
     CommonOptions common;

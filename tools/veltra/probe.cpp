@@ -13,11 +13,11 @@ namespace {
 
 constexpr const char* kEnd =
     "Needs no keys. The reason of a failure is in the records on standard error.\n"
-    "Examples:\n"
+    "\nExamples:\n"
     "  veltra probe https://gateway.example\n"
     "  veltra probe https://gateway.example --proxy direct --timeout-ms 3000 --json\n"
-    "JSON: {\"ok\":true,\"domain\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
-    "Exit status: 0 the gateway answers, 1 it doesn't, 2 wrong usage.";
+    "\nJSON: {\"ok\":true,\"domain\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "\nExit status: 0 the gateway answers, 1 it doesn't, 2 wrong usage.";
 
 int probe(const CommonOptions& options) {
     const std::string& domain = options.domain;

@@ -32,19 +32,19 @@ constexpr const char* kEnd =
     "nearest rank, answered queries per second, failures by code. A thread's first query opens "
     "its\n"
     "connection. Ctrl-C ends the run with the summary so far, a second time at once.\n"
-    "Examples:\n"
+    "\nExamples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
     "  veltra query summary sentences=2 \"text=$(cat report.txt)\" --filter 3 \\\n"
     "      --domain https://gateway.example --phrase-file phrases.txt --json\n"
     "  veltra query greeting name=Ada --repeat 1000 --threads 8 --credentials keys.json\n";
 
 constexpr const char* kOutcome =
-    "JSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\"}, or\n"
+    "\nJSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\"}, or\n"
     "  {\"ok\":false,\"code\":N,\"message\":\"..\"}; N is the query's code: 1 no valid token,\n"
     "  2 gateway not reached, 3 service not usable, 4 sensitive words, 6 refused by the gateway;\n"
     "  0 when domain or login failed before the query. With --repeat the summary's members, as\n"
     "  docs/command-line.md and veltra(1) list them.\n"
-    "Exit status: 0 answered, with --repeat all of them, 1 refused or failed, 2 wrong usage,\n"
+    "\nExit status: 0 answered, with --repeat all of them, 1 refused or failed, 2 wrong usage,\n"
     "  130 --repeat was interrupted.";
 
 struct QueryOptions {

@@ -28,7 +28,7 @@ double latencyMs(const RepeatResult& result, const Mark& mark) {
 
 std::string decimal(double value) {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%.3f", value);
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%.3f", value));
     return text.data();
 }
 

@@ -25,11 +25,11 @@ constexpr const char* kEnd =
     "2024y3m15d or -1dT08:30; the\n"
     "units are y m w d h M (or min) s. Without a clock time and without hours, minutes or seconds\n"
     "the result is the end of the day, or its start with --start-of-day.\n"
-    "Examples:\n"
+    "\nExamples:\n"
     "  veltra time -1dT08:30\n"
     "  veltra time +0w --first-day 1 --start-of-day --now \"2024-03-15 10:20:30\"\n"
-    "JSON: {\"ok\":true,\"time\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
-    "Exit status: 0 a time was printed, 1 the expression has none, 2 wrong usage.";
+    "\nJSON: {\"ok\":true,\"time\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "\nExit status: 0 a time was printed, 1 the expression has none, 2 wrong usage.";
 
 constexpr const char* kForm = "%Y-%m-%d %H:%M:%S";
 
