@@ -7,7 +7,8 @@
 # A cpp block with an #include is compiled as it stands; the other cpp blocks of a page follow each
 # other inside one function. A console block is run, if there are program folders: its lines after
 # "$ " and "> " go to a shell, whose output must be its other lines. An sh block must parse. The
-# lines of a cmake block stand in examples/quickstart. Blocks without a language are text.
+# lines of a cmake block stand in examples/quickstart. Blocks without a language are text. Each record
+# of level 4 or 5 is explained.
 set -euo pipefail
 
 compiler=$1 root=$2 programs=$(IFS=: && echo "${*:3}")
@@ -52,7 +53,7 @@ check_link() {
   [[ "$1" != *'#'* ]] || anchors "$file" | grep -qxF "${1#*#}" || complain "no heading for $1"
 }
 
-for page in "$root"/{README,CONTRIBUTING,CHANGELOG}.md "$root"/docs/*.md; do
+for page in "$root"/{README,CONTRIBUTING,CHANGELOG}.md "$root"/{docs,examples}/*.md; do
   standard=c++11 headers=('<Oak/Net/HttpClientOptions.h>' '<Veltra/Veltra.h>' '<qlog/qlog.h>')
   if [[ $page == */local-gateway.md ]]; then  # code of tests in the tree
     standard=c++20 headers=('<gateway/gateway.h>' '<gtest/gtest.h>')
@@ -70,4 +71,11 @@ for page in "$root"/{README,CONTRIBUTING,CHANGELOG}.md "$root"/docs/*.md; do
   while read -r link; do check_link "$link"; done < <(sed '/^```/,/^```/d' "$page" |
     grep -oE '\]\([^) ]+\)' | sed 's/^](//; s/)$//')
 done
+
+# Of a record, what stands before its first value.
+page=$root/docs/errors.md
+while read -r text; do
+  grep -qF "\`${text%[=: ]}" "$page" || complain "nothing on the record '$text'"
+done < <(cat "$root"/src/*.cpp | tr '\n' ' ' |
+  grep -oE 'VELTRA_LOG\([a-z.]+, +[45], +"[^"%]*' | sed 's/.*"//' | sort -u)
 exit $status
