@@ -4,6 +4,7 @@
 
 #include <Veltra/Veltra.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>

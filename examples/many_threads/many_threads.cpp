@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -74,6 +76,7 @@ int main(int argc, char** argv) {
     const Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
     std::atomic<int> answered(0);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i)
         threads.emplace_back(Work, helper, i, std::ref(answered));
     for (std::thread& thread : threads)

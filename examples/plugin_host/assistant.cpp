@@ -5,6 +5,7 @@
 #include <Veltra/Veltra.h>
 #include <qlog/qlog.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
