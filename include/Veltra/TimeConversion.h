@@ -35,7 +35,8 @@ enum class FirstDayOfWeek : std::int32_t {
 /// @return true when `result` was written. It is the empty text when the terms left a date that
 ///         doesn't exist ("-1m" on 31 March leaves 31 February) or a year outside 0 to 9999. False
 ///         for an empty expression, `now` outside its range, text after the last term, a clock time
-///         that can't be read, or a number that doesn't fit 32 bits on the way. Details are logged.
+///         that can't be read or doesn't exist, or a number that doesn't fit 32 bits on the way.
+///         Details are logged, but for a clock time that doesn't exist.
 ///
 /// Works whether or not the layer is enabled; needs no login and no network. Any thread may call it
 /// at any time; it takes no lock of this library, doesn't block, and throws nothing, apart from a
