@@ -114,11 +114,21 @@ HttpGenerationPtr HttpTransport::Generation() const {
     return current_;
 }
 
+/// Of the idle handles that will do, the one that this thread used last, or else the newest. The
+/// mutex is held.
+template <class WillDo>
+HandleList::iterator HttpTransport::FindOwnFirst(WillDo willDo) {
+    const auto me = std::this_thread::get_id();
+    const auto own = std::find_if(idle_.begin(), idle_.end(), [&](const auto& idle) {
+        return idle.lastUser == me && willDo(idle);
+    });
+    return own != idle_.end() ? own : std::find_if(idle_.begin(), idle_.end(), willDo);
+}
+
 std::optional<HttpTarget> HttpTransport::TakeTarget(const std::string& url) {
     const std::lock_guard lock(mutex_);
-    const auto keeper = std::find_if(idle_.begin(), idle_.end(), [&url](const auto& handle) {
-        return handle.target.url != nullptr && handle.target.text == url;
-    });
+    const auto keeper = FindOwnFirst(
+        [&url](const auto& idle) { return idle.target.url != nullptr && idle.target.text == url; });
     if (keeper == idle_.end()) return std::nullopt;
     return std::exchange(keeper->target, HttpTarget());
 }
@@ -135,8 +145,9 @@ HandleList HttpTransport::TakeIdle(const HttpGenerationPtr& generation) {
     HandleList taken;
     HandleList aged;
     const std::lock_guard lock(mutex_);  // last: aged handles are closed after its release
-    RemoveAgedInto(aged);
-    if (generation == current_ && !idle_.empty()) taken.splice(taken.begin(), idle_, idle_.begin());
+    RemoveAgedInto(aged, Clock::now());
+    const auto handle = FindOwnFirst([&](const auto& /*idle*/) { return generation == current_; });
+    if (handle != idle_.end()) taken.splice(taken.begin(), idle_, handle);
     return taken;
 }
 
@@ -147,15 +158,17 @@ void HttpTransport::GiveBack(HandleList handle, HttpTarget target) noexcept {
     HandleList surplus;
     const std::lock_guard lock(mutex_);  // last: surplus, aged and outdated handles outlast it
     if (handle.front().generation != current_) return;
-    handle.front().idleSince = Clock::now();
+    const auto now = Clock::now();
+    handle.front().idleSince = now;
+    handle.front().lastUser = std::this_thread::get_id();
     idle_.splice(idle_.begin(), handle);
-    RemoveAgedInto(surplus);
+    RemoveAgedInto(surplus, now);
     if (idle_.size() > maxIdleHandles)
         surplus.splice(surplus.begin(), idle_, std::prev(idle_.end()));
 }
 
-void HttpTransport::RemoveAgedInto(HandleList& aged) noexcept {
-    const auto oldest = Clock::now() - maxIdleTime;
+void HttpTransport::RemoveAgedInto(HandleList& aged, Clock::time_point now) noexcept {
+    const auto oldest = now - maxIdleTime;
     while (!idle_.empty() && idle_.back().idleSince < oldest)
         aged.splice(aged.begin(), idle_, std::prev(idle_.end()));
 }

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace Oak::Net {
 
@@ -35,7 +36,8 @@ struct PooledHandle {
     HttpGenerationPtr generation;  // first: the share in it outlives the handle
     CurlHandle curl;
     std::chrono::steady_clock::time_point idleSince;
-    HttpTarget target;  ///< one that it served, for the next exchange there; or empty
+    std::thread::id lastUser;  ///< a hint: the system hands ids out again
+    HttpTarget target;         ///< one that it served, for the next exchange there; or empty
 };
 
 /// A list, since a handle then changes hands without memory being allocated: no answer is lost for
@@ -74,7 +76,8 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     /// away from there, since one thread at a time may use it.
     std::optional<HttpTarget> TakeTarget(const std::string& url);
 
-    /// A list of one handle: the newest idle one of this generation, or a new one.
+    /// A list of one handle of this generation: the idle one that this thread used last, since the
+    /// thread that serves its connection is mostly near; or the newest idle one; or a new one.
     HandleList Take(const HttpGenerationPtr& generation);
 
     /// Takes back a handle whose exchange, with `target`, ended well. After any other end the
@@ -82,9 +85,12 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     void GiveBack(HandleList handle, HttpTarget target) noexcept;
 
  private:
+    template <class WillDo>
+    HandleList::iterator FindOwnFirst(WillDo willDo);
     HandleList TakeIdle(const HttpGenerationPtr& generation);
     void Replace(HttpGenerationPtr generation, const HttpGeneration* replaced);
-    void RemoveAgedInto(HandleList& aged) noexcept;  // mutex_ is held
+    void RemoveAgedInto(HandleList& aged,
+                        std::chrono::steady_clock::time_point now) noexcept;  // mutex_ is held
 
     const CurlLibrary library_;  // first: started before, ended after all that uses it
     mutable std::mutex mutex_;
