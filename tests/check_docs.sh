@@ -68,6 +68,9 @@ for page in "$root"/{README,CONTRIBUTING,CHANGELOG}.md "$root"/{docs,examples}/*
     { printf '#include %s\n' "${headers[@]}"; echo 'void Example() {'; cat "$folder/fragments"; echo '}'; } |
       compile || complain 'the cpp blocks without #include'
   fi
+  while read -r script; do
+    [[ -x "$root/$script" ]] || complain "there is no $script"
+  done < <(grep -oE '\b(scripts|tests|\.ci)/[a-z_-]+(\.sh)?\b' "$page" | grep -E '^s|^\.|sh$' | sort -u)
   while read -r link; do check_link "$link"; done < <(sed '/^```/,/^```/d' "$page" |
     grep -oE '\]\([^) ]+\)' | sed 's/^](//; s/)$//')
 done
