@@ -44,7 +44,8 @@ std::size_t append(char* data, std::size_t, std::size_t size, void* to) {
 }
 
 Reply send(const std::string& url, const std::string& ca, const std::string& body,
-           const std::string& token = {}, const char* method = "POST") {
+           const std::string& token = {}, const char* method = "POST",
+           const std::vector<std::string>& headers = {}) {
     Reply reply;
     const std::unique_ptr<CURL, void (*)(CURL*)> handle(curl_easy_init(), curl_easy_cleanup);
     CURL* const curl = handle.get();
@@ -60,7 +61,12 @@ Reply send(const std::string& url, const std::string& ca, const std::string& bod
     curl_easy_setopt(curl, CURLOPT_XOAUTH2_BEARER, token.c_str());
     curl_blob authority{const_cast<char*>(ca.data()), ca.size(), CURL_BLOB_NOCOPY};
     if (!ca.empty()) curl_easy_setopt(curl, CURLOPT_CAINFO_BLOB, &authority);
+    curl_slist* list = nullptr;
+    for (const auto& header : headers)
+        list = curl_slist_append(list, header.c_str());
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list);
     reply.code = curl_easy_perform(curl);
+    curl_slist_free_all(list);
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &reply.status);
     return reply;
 }
@@ -268,6 +274,90 @@ TEST_P(GatewayBothWays, StopEndsEveryExchangeAndLeavesNothingBehind) {
         EXPECT_EQ(send(url, "", kKeys).code, CURLE_COULDNT_CONNECT);
     }
     EXPECT_EQ(std::distance(Folder("/proc/self/fd"), Folder()), sockets);
+}
+
+TEST_P(GatewayBothWays, OnlyThisMachineAndItsOwnPageReachTheControlEndpoints) {
+    Running gateway(options(GetParam()));
+    const auto url = gateway.baseUrl();
+    const auto host = url.substr(url.find("//") + 2);
+    const struct {
+        std::vector<std::string> headers;
+        bool get, post;
+    } cases[] = {
+        {{}, true, true},
+        {{"Origin: " + url, "Sec-Fetch-Site: same-origin"}, true, true},
+        {{"Sec-Fetch-Site: none"}, true, true},
+        {{"Host: LocalHost:1"}, true, true},
+        {{"Host: [::1]"}, true, true},
+        {{"Host:"}, false, false},
+        {{"Host: elsewhere.example:" + std::to_string(gateway.port())}, false, false},
+        {{"Host: 127.0.0.1.example"}, false, false},
+        {{"Host: localhost.example"}, false, false},
+        {{"Host: [::1"}, false, false},
+        {{"Host: localhost\r\nHost: elsewhere.example"}, false, false},
+        {{"Origin: null"}, false, false},
+        {{"Origin: http://elsewhere.example"}, false, false},
+        {{"Origin: http://127.0.0.1:1"}, false, false},
+        {{"Origin: http://" + host + ".example"}, false, false},
+        {{"Sec-Fetch-Site: cross-site", "Sec-Fetch-Mode: no-cors"}, false, false},
+        {{"Sec-Fetch-Site: same-site"}, false, false},
+        {{"Sec-Fetch-Site: cross-site", "Sec-Fetch-Mode: navigate"}, true, false},
+    };
+    for (const auto& c : cases) {
+        std::string shown;
+        for (const auto& header : c.headers)
+            shown += header + "; ";
+        const auto status = [&](const char* method, const char* path) {
+            return send(url + path, gateway.caPem(), "", "", method, c.headers).status;
+        };
+        for (const auto* path : {"/", "/control/page.js", "/control/requests"})
+            EXPECT_EQ(status("GET", path), c.get ? 200 : 403) << path << ' ' << shown;
+        EXPECT_EQ(status("POST", "/control/expire-tokens"), c.post ? 200 : 403) << shown;
+        EXPECT_EQ(status("DELETE", "/control/faults/7"), c.post ? 404 : 403) << shown;
+    }
+    EXPECT_TRUE(gateway.requests().empty()) << "control requests are not on record";
+    const auto page = send(url + "/", gateway.caPem(), "", "", "GET").body;
+    for (const auto& road : {kToken, kQuery, kFeedback + "$", kUpload, kCancel})
+        EXPECT_TRUE(contains(page, "value=\"" + road + "\"")) << road;
+}
+
+TEST(Gateway, RecordsHowEachRequestEndedInBoundedRoom) {
+    auto with = options();
+    with.recordAnswers = true;
+    with.maxRecordedRequests = 3;
+    with.maxRecordedBytes = 200000;
+    Running gateway(with);
+    const auto id = gateway.addFault({kQuery, FaultKind::Stall});
+    EXPECT_NE(gateway.addFault({kToken, FaultKind::CutBody, 5}), id);
+    auto stalled = std::async(std::launch::async, [&] { return gateway.post(kQuery, "x"); });
+    ASSERT_TRUE(gateway.waitUntil([&] { return gateway.stalled() == 1; }));
+    gateway.post(kToken, kKeys);
+    gateway.addFault({kFeedback, FaultKind::Delay, 3600000});
+    auto late = std::async(std::launch::async, [&] { return gateway.post(kFeedback, "x"); });
+    ASSERT_TRUE(gateway.waitUntil([&] { return gateway.exchanges().changed.size() == 3; }));
+    ASSERT_TRUE(
+        gateway.waitUntil([&] { return gateway.exchanges().changed.at(2).faults.size() == 1; }));
+    const auto seen = gateway.exchanges();
+    EXPECT_TRUE(seen.changed[0].took && !seen.changed[0].answer) << "a fault came in its place";
+    ASSERT_TRUE(seen.changed[1].answer);
+    EXPECT_TRUE(contains(seen.changed[1].answer->body, "accessToken"));
+    EXPECT_EQ(seen.changed[1].answerSent, 5U);
+    EXPECT_FALSE(seen.changed[2].took) << "under way";
+    EXPECT_TRUE(gateway.exchanges(seen.revision).changed.empty());
+
+    EXPECT_TRUE(gateway.removeFault(id));
+    EXPECT_FALSE(gateway.removeFault(id));
+    gateway.setAnswer("/large", {200, std::string(90000, 'a')});
+    gateway.post("/large", "x");
+    const auto later = gateway.exchanges(seen.revision, 1, 10);
+    ASSERT_EQ(later.changed.size(), 1U);
+    EXPECT_EQ(later.oldest, 2U) << "one over the number";
+    EXPECT_EQ(later.changed[0].answer.value().body, std::string(10, 'a'));
+    EXPECT_EQ(later.changed[0].answerSize, 90000U);
+    gateway.post("/large", "x");
+    gateway.post("/large", "x");
+    EXPECT_EQ(gateway.exchanges().changed.size(), 2U) << "more bytes than there is room for";
+    gateway.stop();
 }
 
 // The shell says its process id before it becomes the program.

@@ -1,15 +1,25 @@
 #include "control.h"
 
+#include "envelope.h"
 #include "faults.h"
+#include "hex.h"
 #include "json.h"
+#include "page.h"
 
-#include <array>
-#include <limits>
+#include <algorithm>
+#include <charconv>
+#include <span>
 
 namespace gateway {
 namespace {
 
 constexpr std::size_t kMaxShownBytes = 1024;  // of a body that isn't text
+constexpr std::string_view kWatch = "watch?since=";
+constexpr std::string_view kOneFault = "faults/";
+// Of what the page shows: a browser is slow with more.
+constexpr std::size_t kMaxWatched = 200;
+constexpr std::size_t kMaxWatchedBody = std::size_t{16} << 10;
+constexpr std::size_t kMaxWatchedHex = 64;
 
 template <typename Write>
 Answer json(Write writeMembers, int status = 200) {
@@ -33,45 +43,63 @@ Answer problem(int status, std::string_view what) {
 }
 
 template <typename List, typename WriteEntry>
-Answer list(std::string_view name, const List& entries, WriteEntry writeEntry) {
-    return json([&](JsonWriter& writer) {
-        write(writer, name);
-        writer.StartArray();
-        for (const auto& entry : entries) {
-            writer.StartObject();
-            writeEntry(writer, entry);
-            writer.EndObject();
-        }
-        writer.EndArray();
-    });
+void writeList(JsonWriter& writer, std::string_view name, const List& entries,
+               WriteEntry writeEntry) {
+    write(writer, name);
+    writer.StartArray();
+    for (const auto& entry : entries) {
+        writer.StartObject();
+        writeEntry(writer, entry);
+        writer.EndObject();
+    }
+    writer.EndArray();
 }
 
-void writeRequest(JsonWriter& writer, const Request& request) {
-    using std::chrono::duration_cast;
+template <typename List, typename WriteEntry>
+Answer list(std::string_view name, const List& entries, WriteEntry writeEntry) {
+    return json([&](JsonWriter& writer) { writeList(writer, name, entries, writeEntry); });
+}
+
+std::int64_t sinceEpochMs(std::chrono::system_clock::time_point time) {
     using std::chrono::milliseconds;
-    write(writer, "number");
-    writer.Uint64(request.number);
-    write(writer, "connection");
-    writer.Uint64(request.connection);
-    write(writer, "timeMs");
-    writer.Int64(duration_cast<milliseconds>(request.time.time_since_epoch()).count());
-    write(writer, "method", showable(request.method));
-    write(writer, "path", showable(request.path));
+    return std::chrono::duration_cast<milliseconds>(time.time_since_epoch()).count();
+}
+
+void writeHeaders(JsonWriter& writer, const Headers& headers) {
     write(writer, "headers");
     writer.StartArray();
-    for (const auto& [name, value] : request.headers) {
+    for (const auto& [name, value] : headers) {
         writer.StartArray();
         write(writer, showable(name));
         write(writer, showable(value));
         writer.EndArray();
     }
     writer.EndArray();
+}
+
+// All of a request but its body.
+void writeHead(JsonWriter& writer, const Request& request) {
+    write(writer, "number");
+    writer.Uint64(request.number);
+    write(writer, "connection");
+    writer.Uint64(request.connection);
+    write(writer, "timeMs");
+    writer.Int64(sinceEpochMs(request.time));
+    write(writer, "method", showable(request.method));
+    write(writer, "path", showable(request.path));
+    writeHeaders(writer, request.headers);
+}
+
+void writeRequest(JsonWriter& writer, const Request& request) {
+    writeHead(writer, request);
     write(writer, "bodySize");
     writer.Uint64(request.bodySize);
     write(writer, "body", showable(request.body, kMaxShownBytes));
 }
 
 void writeFault(JsonWriter& writer, const Fault& fault) {
+    write(writer, "id");
+    writer.Uint64(fault.id);
     write(writer, "path", showable(fault.path));
     write(writer, "kind", kindName(fault.kind));
     write(writer, "number");
@@ -128,26 +156,126 @@ Answer addFault(Gateway& gateway, const std::string& body) {
     Fault fault;
     if (!readFault(parseJson(body), fault))
         return problem(400, "needs a known \"kind\"; \"number\" and \"times\" are integers");
-    gateway.addFault(std::move(fault));
-    return done();
-}
-
-Answer state(const Gateway& gateway) {
+    const auto id = gateway.addFault(std::move(fault));
     return json([&](JsonWriter& writer) {
-        write(writer, "baseUrl", gateway.baseUrl());
-        write(writer, "connections");
-        writer.Uint64(gateway.connections());
-        write(writer, "stalled");
-        writer.Uint64(gateway.stalled());
-        write(writer, "tokensIssued");
-        writer.Uint64(gateway.tokensIssued());
+        write(writer, "result", "done");
+        write(writer, "id");
+        writer.Uint64(id);
     });
 }
 
-}  // namespace
+std::optional<std::uint64_t> numberIn(std::string_view text) {
+    std::uint64_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end) return std::nullopt;
+    return number;
+}
 
-Answer control(Gateway& gateway, const Request& request) {
-    const std::string what = request.method + ' ' + request.path.substr(kControlPrefix.size());
+Answer removeFault(Gateway& gateway, std::string_view id) {
+    const auto number = numberIn(id);
+    if (number && gateway.removeFault(*number)) return done();
+    return problem(404, "no such fault");
+}
+
+void writeState(JsonWriter& writer, const Gateway& gateway) {
+    write(writer, "baseUrl", gateway.baseUrl());
+    write(writer, "startedMs");
+    writer.Int64(sinceEpochMs(gateway.startTime()));
+    write(writer, "connections");
+    writer.Uint64(gateway.connections());
+    write(writer, "stalled");
+    writer.Uint64(gateway.stalled());
+    write(writer, "tokensIssued");
+    writer.Uint64(gateway.tokensIssued());
+}
+
+Answer state(const Gateway& gateway) {
+    return json([&](JsonWriter& writer) { writeState(writer, gateway); });
+}
+
+// As text, or the first bytes in hexadecimal digits.
+void writeBody(JsonWriter& writer, const char* name, const std::string& body, std::size_t size) {
+    write(writer, name);
+    writer.StartObject();
+    write(writer, "size");
+    writer.Uint64(size);
+    const auto text = readableText(body, body.size() < size);
+    if (text) {
+        write(writer, "shown");
+        writer.Uint64(text->size());
+        write(writer, "text", *text);
+    } else {
+        const auto shown = std::min(body.size(), kMaxWatchedHex);
+        write(writer, "shown");
+        writer.Uint64(shown);
+        const std::vector<unsigned char> bytes(body.begin(),
+                                               body.begin() + static_cast<std::ptrdiff_t>(shown));
+        write(writer, "hex", toHex(bytes));
+    }
+    writer.EndObject();
+}
+
+void writeAnswer(JsonWriter& writer, const Exchange& exchange) {
+    write(writer, "answer");
+    writer.StartObject();
+    write(writer, "status");
+    writer.Int(exchange.answer->status);
+    writeHeaders(writer, exchange.answer->headers);
+    write(writer, "sent");
+    writer.Uint64(exchange.answerSent);
+    writeBody(writer, "body", exchange.answer->body, exchange.answerSize);
+    writer.EndObject();
+}
+
+void writeExchange(JsonWriter& writer, const Exchange& exchange) {
+    writeHead(writer, exchange.request);
+    writeBody(writer, "body", exchange.request.body, exchange.request.bodySize);
+    writeList(writer, "faults", exchange.faults, writeFault);
+    if (exchange.took) {
+        write(writer, "tookMs");
+        writer.Int64(exchange.took->count());
+    }
+    if (exchange.answer) writeAnswer(writer, exchange);
+}
+
+Answer watch(const Gateway& gateway, std::string_view since) {
+    const auto revision = numberIn(since);
+    if (!revision) return problem(400, "\"since\" is a number");
+    const auto exchanges = gateway.exchanges(*revision, kMaxWatched, kMaxWatchedBody);
+    return json([&](JsonWriter& writer) {
+        writeState(writer, gateway);
+        write(writer, "revision");
+        writer.Uint64(exchanges.revision);
+        write(writer, "oldest");
+        writer.Uint64(exchanges.oldest);
+        writeList(writer, "faults", gateway.faults(), writeFault);
+        writeList(writer, "exchanges", exchanges.changed, writeExchange);
+    });
+}
+
+// For browsers: an answer is this page's alone, and never anything but what it says it is.
+void protect(Answer& answer) {
+    answer.headers.insert(answer.headers.end(), {{"Cache-Control", "no-store"},
+                                                 {"Cross-Origin-Resource-Policy", "same-origin"},
+                                                 {"Referrer-Policy", "no-referrer"},
+                                                 {"X-Content-Type-Options", "nosniff"}});
+}
+
+bool beginsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+Answer answerOf(Gateway& gateway, const Request& request) {
+    if (request.method == "GET") {
+        if (auto file = pageFile(request.path)) return std::move(*file);
+    }
+    const std::string_view path = std::string_view(request.path).substr(kControlPrefix.size());
+    if (request.method == "GET" && beginsWith(path, kWatch))
+        return watch(gateway, path.substr(kWatch.size()));
+    if (request.method == "DELETE" && beginsWith(path, kOneFault))
+        return removeFault(gateway, path.substr(kOneFault.size()));
+    const std::string what = request.method + ' ' + std::string(path);
     if (what == "GET state") return state(gateway);
     if (what == "GET requests") return list("requests", gateway.requests(), writeRequest);
     if (what == "DELETE requests") return gateway.clearRequests(), done();
@@ -159,6 +287,28 @@ Answer control(Gateway& gateway, const Request& request) {
     if (what == "POST expire-tokens") return gateway.expireTokens(), done();
     if (isStopRequest(request.method, request.path)) return done();
     return problem(404, "no such control endpoint");
+}
+
+}  // namespace
+
+bool isForControl(const Request& request) {
+    return beginsWith(request.path, kControlPrefix) ||
+           (request.method == "GET" && request.path == "/");
+}
+
+Answer controlRefusal() {
+    auto answer = refusal("403000",
+                          "the control endpoints and the page answer only to this machine, under "
+                          "localhost or a loopback address, and to no page from elsewhere",
+                          403);
+    protect(answer);
+    return answer;
+}
+
+Answer control(Gateway& gateway, const Request& request) {
+    auto answer = answerOf(gateway, request);
+    protect(answer);
+    return answer;
 }
 
 bool isStopRequest(std::string_view method, std::string_view path) {

@@ -92,9 +92,16 @@ std::optional<Fault> parseFault(const std::string& text, std::string& reason) {
     return fault;
 }
 
-void FaultList::add(Fault fault) {
+std::uint64_t FaultList::add(Fault fault) {
     const std::scoped_lock lock(mutex_);
+    fault.id = ++added_;
     faults_.push_back(std::move(fault));
+    return added_;
+}
+
+bool FaultList::remove(std::uint64_t id) {
+    const std::scoped_lock lock(mutex_);
+    return std::erase_if(faults_, [&](const Fault& fault) { return fault.id == id; }) != 0;
 }
 
 void FaultList::clear() {

@@ -2,6 +2,7 @@
 
 #include "gateway.h"
 
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string_view>
@@ -15,7 +16,9 @@ std::optional<FaultKind> kindFrom(std::string_view name);
 /// The faults in force. Thread-safe.
 class FaultList {
  public:
-    void add(Fault fault);
+    /// Gives the fault its id.
+    std::uint64_t add(Fault fault);
+    bool remove(std::uint64_t id);
     void clear();
     std::vector<Fault> all() const;
     /// What meets a request with that path, each use counted: delays, then at most one other.
@@ -24,6 +27,7 @@ class FaultList {
  private:
     mutable std::mutex mutex_;
     std::vector<Fault> faults_;
+    std::uint64_t added_ = 0;
 };
 
 }  // namespace gateway

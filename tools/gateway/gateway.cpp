@@ -3,10 +3,11 @@
 #include "certificate.h"
 #include "control.h"
 #include "envelope.h"
+#include "exchange_log.h"
 #include "faults.h"
 #include "header_name.h"
 #include "http_server.h"
-#include "latest.h"
+#include "local_origin.h"
 #include "roads.h"
 #include "signals_posix.h"
 #include "stage.h"
@@ -26,10 +27,6 @@ constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24);
 constexpr std::size_t kBytesOfHeaders = 20;
 constexpr std::string_view kNoise = "\x16\x03\x7f\xff#!$\r\n\x01\x02garbage\r\n\r\n";
 constexpr std::string_view kHalfJson = R"({"errorCode":"0","message":"","data":{"resul)";
-
-bool beginsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 std::string orElse(const std::string& text, std::string_view otherwise) {
     return text.empty() ? std::string(otherwise) : text;
@@ -53,48 +50,19 @@ std::string hostOf(const std::string& address) {
     return address.find(':') == address.npos ? address : '[' + address + ']';
 }
 
-std::size_t sizeOf(const Request& request) {
-    std::size_t size =
-        sizeof request + request.method.size() + request.path.size() + request.body.size();
-    for (const auto& [name, value] : request.headers)
-        size += name.size() + value.size();
-    return size;
+// What the client gets instead is below HTTP.
+bool takesPlaceOfAnswer(const Fault* fault) {
+    if (fault == nullptr) return false;
+    switch (fault->kind) {
+        case FaultKind::Close:
+        case FaultKind::Reset:
+        case FaultKind::Stall:
+        case FaultKind::Garbage:
+            return true;
+        default:
+            return false;
+    }
 }
-
-// The latest requests, as many as the options allow. Thread-safe.
-class RequestLog {
- public:
-    explicit RequestLog(const Options& options)
-        : maxBody_(options.maxRecordedBody),
-          kept_(options.maxRecordedRequests, options.maxRecordedBytes) {}
-
-    void add(Request& request) {
-        std::string body = std::move(request.body);
-        Request record = request;
-        record.body = body.substr(0, maxBody_);
-        request.body = std::move(body);
-        const auto size = sizeOf(record);
-        const std::scoped_lock lock(mutex_);
-        record.number = request.number = ++count_;
-        kept_.add(std::move(record), size);
-    }
-
-    void clear() {
-        const std::scoped_lock lock(mutex_);
-        kept_.clear();
-    }
-
-    std::vector<Request> all() const {
-        const std::scoped_lock lock(mutex_);
-        return kept_.all();
-    }
-
- private:
-    const std::size_t maxBody_;
-    mutable std::mutex mutex_;  // guards what follows
-    Latest<Request> kept_;
-    std::uint64_t count_ = 0;
-};
 
 // Lets threads wait for anything to change.
 class Changes {
@@ -170,7 +138,8 @@ class Gateway::Impl {
     const Options options_;
     std::string reason_;
     std::string baseUrl_;
-    RequestLog log_;
+    const std::chrono::system_clock::time_point startTime_ = std::chrono::system_clock::now();
+    ExchangeLog log_;
     FaultList faults_;
     mutable Changes changes_;
     std::optional<ServerIdentity> identity_;
@@ -185,7 +154,7 @@ class Gateway::Impl {
 
  private:
     std::vector<Fault> faultsFor(const Request& request);
-    HttpReply told(const Request& request, HttpReply reply, const Fault* fault) const;
+    HttpReply told(const Request& request, HttpReply reply, const Fault* fault);
     HttpReply apply(const Fault& fault, const Request& request, int relayPort);
     Answer answerOf(const Request& request);
     HttpReply instead(int relayPort, Sabotage plan) {
@@ -243,13 +212,14 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
     request.time = std::chrono::system_clock::now();
     const auto peer = stage_.peer(from.relayPort);
     request.connection = peer.connection;
-    if (beginsWith(request.path, kControlPrefix)) {
-        if (peer.isLoopback) return {control(owner_, request)};
-        return {refusal("403000", "the control endpoints answer to loopback only", 403)};
+    if (isForControl(request)) {
+        if (peer.isLoopback && isFromThisMachine(request)) return {control(owner_, request)};
+        return {controlRefusal()};
     }
     log_.add(request);
     changes_.note();
     const auto faults = faultsFor(request);
+    log_.addFaults(request.number, faults);
     for (const auto& fault : faults) {
         if (fault.kind != FaultKind::Delay)
             return told(request, apply(fault, request, from.relayPort), &fault);
@@ -265,7 +235,8 @@ std::vector<Fault> Gateway::Impl::faultsFor(const Request& request) {
     return faults;
 }
 
-HttpReply Gateway::Impl::told(const Request& request, HttpReply reply, const Fault* fault) const {
+HttpReply Gateway::Impl::told(const Request& request, HttpReply reply, const Fault* fault) {
+    log_.end(request.number, takesPlaceOfAnswer(fault) ? nullptr : &reply.answer, reply.bodyLimit);
     if (options_.onAnswer) options_.onAnswer(request, reply.answer, fault);
     return reply;
 }
@@ -352,12 +323,21 @@ int Gateway::port() const {
     return impl_->stage_.port();
 }
 
+std::chrono::system_clock::time_point Gateway::startTime() const {
+    return impl_->startTime_;
+}
+
 std::string Gateway::caPem() const {
     return impl_->identity_ ? impl_->identity_->authorityPem : std::string();
 }
 
 std::vector<Request> Gateway::requests() const {
-    return impl_->log_.all();
+    return impl_->log_.requests();
+}
+
+Exchanges Gateway::exchanges(std::uint64_t afterRevision, std::size_t maxCount,
+                             std::size_t maxBody) const {
+    return impl_->log_.changedSince(afterRevision, maxCount, maxBody);
 }
 
 void Gateway::clearRequests() {
@@ -392,8 +372,12 @@ UploadSlot Gateway::makeUploadSlot(std::chrono::seconds lifetime) const {
     return impl_->roads_.storage().makeSlot("jpg", lifetime);
 }
 
-void Gateway::addFault(Fault fault) {
-    impl_->faults_.add(std::move(fault));
+std::uint64_t Gateway::addFault(Fault fault) {
+    return impl_->faults_.add(std::move(fault));
+}
+
+bool Gateway::removeFault(std::uint64_t id) {
+    return impl_->faults_.remove(id);
 }
 
 void Gateway::clearFaults() {

@@ -71,11 +71,14 @@ struct Options {
     std::size_t maxConnections = 256;          ///< Further ones wait for their turn to be accepted.
     std::size_t maxRecordedRequests = 10000;   ///< The oldest are forgotten beyond it.
     std::size_t maxRecordedBytes = std::size_t{64} << 20;
-    std::size_t maxRecordedBody = std::size_t{16} << 20;   ///< A longer body is recorded cut.
+    std::size_t maxRecordedBody = std::size_t{16} << 20;  ///< A longer body is recorded cut.
+    /// Answers and the faults that met a request are recorded with it, in the same room. Without
+    /// it exchanges() and the page show requests alone.
+    bool recordAnswers = false;
     std::size_t maxPictureBytes = std::size_t{256} << 20;  ///< The oldest pictures are forgotten.
     std::function<void()> onStopRequest;  ///< Called, on any thread, for POST /control/stop.
-    /// Asked on each request but those to /control/; what it gives comes after addFault()'s. Called
-    /// on many threads at once.
+    /// Asked on each request but those to the control endpoints and the page; what it gives comes
+    /// after addFault()'s. Called on many threads at once.
     std::function<std::optional<Fault>(const Request&)> pickFault = {};
     /// Told of each answer before its first byte is sent, with the fault that met the request, if
     /// any (of a fault in place of an answer, when it has happened). Called on many threads at
@@ -96,6 +99,9 @@ struct Request {
     /// The first value under that name in any case, or an empty text.
     std::string header(std::string_view name) const;
 };
+
+struct Exchange;
+struct Exchanges;
 
 /// A feedback as the gateway accepted it.
 struct Feedback {
@@ -142,12 +148,13 @@ enum class FaultKind {
 
 struct Fault {
     std::string path;  ///< Meets requests whose path begins so, or is just that if it ends in '$';
-                       ///< empty: all but /control/.
+                       ///< empty: all but /control/ and the page.
     FaultKind kind = FaultKind::Status;
     std::int64_t number = 0;
     std::string code = {};
     std::string text = {};
-    int times = -1;  ///< How many requests it meets; negative: every one.
+    int times = -1;        ///< How many requests it meets; negative: every one.
+    std::uint64_t id = 0;  ///< Given by addFault().
 };
 
 /// Reads "path=/api,kind=reset,times=2,number=10,code=1001,text=..."; all but kind may be absent.
@@ -164,6 +171,25 @@ struct Answer {
     std::optional<std::size_t> announcedLength = {};
 };
 
+/// A request and what became of it.
+struct Exchange {
+    Request request;
+    std::vector<Fault> faults;  ///< Those that met it, delays first.
+    /// Until its answer was made, or a fault took the place of one; nothing while under way.
+    std::optional<std::chrono::milliseconds> took;
+    std::optional<Answer>
+        answer;                  ///< Nothing when there is none; its body is cut like a request's.
+    std::size_t answerSize = 0;  ///< The bytes of the whole body,
+    std::size_t answerSent = 0;  ///< and how many of them a fault let through.
+    std::uint64_t revision = 0;  ///< When it changed last.
+};
+
+struct Exchanges {
+    std::uint64_t revision = 0;     ///< Of the latest change so far.
+    std::uint64_t oldest = 0;       ///< Requests with a lower number are no longer on record.
+    std::vector<Exchange> changed;  ///< Oldest request first.
+};
+
 /// The answer that grants these slots. With setAnswer(kUploadPath, ...) the gateway hands out fewer
 /// slots than asked for, empty URLs, or another host's.
 Answer uploadAnswer(const std::vector<UploadSlot>& slots);
@@ -172,6 +198,8 @@ Answer uploadAnswer(const std::vector<UploadSlot>& slots);
 /// are being served. Faults, answers and tokens may be set before.
 class Gateway {
  public:
+    static constexpr std::size_t kAll = static_cast<std::size_t>(-1);
+
     explicit Gateway(Options options);
     ~Gateway();
     Gateway(const Gateway&) = delete;
@@ -188,10 +216,15 @@ class Gateway {
     /// Scheme, host and port, without a slash at the end.
     std::string baseUrl() const;
     int port() const;
+    std::chrono::system_clock::time_point startTime() const;
     /// The certificate authority to trust, made anew by each start; empty without TLS.
     std::string caPem() const;
 
     std::vector<Request> requests() const;
+    /// The exchanges, those of the newest requests, that changed after that revision; their bodies
+    /// are cut after so many bytes.
+    Exchanges exchanges(std::uint64_t afterRevision = 0, std::size_t maxCount = kAll,
+                        std::size_t maxBody = kAll) const;
     void clearRequests();
     /// Connections accepted so far.
     std::uint64_t connections() const;
@@ -210,7 +243,10 @@ class Gateway {
 
     /// Faults meet requests in the order in which they were added, one fault a request (and any
     /// number of delays).
-    void addFault(Fault fault);
+    /// Gives the fault its id, which no other had since the gateway was made.
+    std::uint64_t addFault(Fault fault);
+    /// False when there is none of that id any more. What is stalled stays stalled.
+    bool removeFault(std::uint64_t id);
     void clearFaults();
     std::vector<Fault> faults() const;
 

@@ -3,6 +3,8 @@
 #include <rapidjson/encodings.h>
 #include <rapidjson/memorystream.h>
 
+#include <algorithm>
+
 namespace gateway {
 namespace {
 
@@ -47,6 +49,17 @@ void write(JsonWriter& writer, std::string_view text) {
 void write(JsonWriter& writer, std::string_view name, std::string_view text) {
     write(writer, name);
     write(writer, text);
+}
+
+std::optional<std::string> readableText(const std::string& bytes, bool isCut) {
+    if (bytes.find('\0') != bytes.npos) return std::nullopt;
+    // Up to three bytes of a character of four.
+    const auto mayDrop = std::min<std::size_t>(isCut ? 3 : 0, bytes.size());
+    for (std::size_t dropped = 0; dropped <= mayDrop; ++dropped) {
+        auto text = bytes.substr(0, bytes.size() - dropped);
+        if (isUtf8(text)) return text;
+    }
+    return std::nullopt;
 }
 
 std::string showable(const std::string& text, std::size_t limit) {

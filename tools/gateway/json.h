@@ -29,6 +29,9 @@ std::optional<std::string> textMember(const rapidjson::Value& value, const char*
 
 void write(JsonWriter& writer, std::string_view text);
 void write(JsonWriter& writer, std::string_view name, std::string_view text);
+/// Nothing when it isn't UTF-8, or holds a NUL and so is hardly meant to be read. Of text that was
+/// cut, a part of a character at its end is left out.
+std::optional<std::string> readableText(const std::string& bytes, bool isCut);
 /// The text; or, when it isn't UTF-8, up to so many of its bytes, those above 127 written as \xHH.
 std::string showable(const std::string& text, std::size_t limit = std::string::npos);
 

@@ -18,10 +18,19 @@ class Latest {
     void add(Entry entry, std::size_t size) {
         held_.push_back({std::move(entry), size});
         bytes_ += size;
-        while (held_.size() > maxCount_ || (bytes_ > maxBytes_ && held_.size() > 1)) {
-            bytes_ -= held_.front().size;
-            held_.pop_front();
-        }
+        dropSurplus();
+    }
+
+    /// Changes the newest entry that matches, if any; it grows by so much.
+    template <typename Matches, typename Change>
+    void changeLast(Matches matches, std::size_t growth, Change change) {
+        const auto found = std::find_if(held_.rbegin(), held_.rend(),
+                                        [&](const Held& held) { return matches(held.entry); });
+        if (found == held_.rend()) return;
+        change(found->entry);
+        found->size += growth;
+        bytes_ += growth;
+        dropSurplus();
     }
 
     void clear() {
@@ -44,6 +53,13 @@ class Latest {
         held_.erase(found);
     }
 
+    /// Oldest first.
+    template <typename Visit>
+    void forEach(Visit visit) const {
+        for (const auto& held : held_)
+            visit(held.entry);
+    }
+
     std::vector<Entry> all() const {
         std::vector<Entry> entries;
         entries.reserve(held_.size());
@@ -62,6 +78,13 @@ class Latest {
     auto search(Matches matches) {
         return std::find_if(held_.begin(), held_.end(),
                             [&](const Held& held) { return matches(held.entry); });
+    }
+
+    void dropSurplus() {
+        while (held_.size() > maxCount_ || (bytes_ > maxBytes_ && held_.size() > 1)) {
+            bytes_ -= held_.front().size;
+            held_.pop_front();
+        }
     }
 
     const std::size_t maxCount_;

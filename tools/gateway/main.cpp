@@ -24,7 +24,7 @@ constexpr int kUsage = 2;
 
 constexpr const char* kAbout =
     "A gateway on this machine: it hands out tokens, renders prompt templates, takes feedback\n"
-    "with pictures, and fails on request.\n"
+    "with pictures, and fails on request. Its page at / shows this in a browser.\n"
     "It runs until SIGINT, SIGTERM or POST /control/stop, and keeps nothing on disk.";
 
 constexpr const char* kExamples =
@@ -180,6 +180,7 @@ int run(const Arguments& arguments, const gateway::EndSignal& end) {
 int main(int argc, char** argv) {
     const gateway::EndSignal end;
     Arguments arguments;
+    arguments.options.recordAnswers = true;
     arguments.options.onStopRequest = gateway::EndSignal::raise;
     CLI::App app(kAbout, "veltra-gateway");
     try {
