@@ -85,6 +85,12 @@ class Browser:
             "goog:chromeOptions": {"args": arguments}}}})
         self.session += "/" + made["sessionId"]
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.command("DELETE", "")
+
     def command(self, method, path, body=None):
         status, text = http(method, self.session + path, None if body is None else json.dumps(body))
         value = json.loads(text)["value"]
@@ -230,8 +236,8 @@ def main(program):
     signal.alarm(100)
     with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder, \
             Program(["chromedriver", "--port=0"], r"successfully on port (\d+)",
-                    env={**os.environ, "HOME": folder}) as driver:
-        browser = Browser(driver.where, folder + "/profile")
+                    env={**os.environ, "HOME": folder}) as driver, \
+            Browser(driver.where, folder + "/profile") as browser:
         with gateway(program) as plain:
             check_requests(browser, plain.where)
             check_faults(browser, plain.where)
@@ -241,7 +247,6 @@ def main(program):
         with gateway(program, "--tls") as tls:
             browser.open(tls.where + "/")
             browser.shows("#live", "live")
-        browser.command("DELETE", "")
     return 0
 
 
