@@ -1,15 +1,14 @@
+#include "http_rules.h"
 #include "http_target_curl.h"
 #include "http_transport_curl.h"
 
 #include <Oak/Net/HttpClient.h>
 #include <Oak/Net/HttpClientOptions.h>
-#include <qlog/qlog_write.h>
 
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <new>
@@ -20,17 +19,8 @@
 namespace Oak::Net {
 namespace {
 
-/// All header fields of one exchange, interim answers and trailers included. Below what the library
-/// itself takes for one answer (300 KiB), so that the reason is told right.
-constexpr std::size_t maxHeaderBytes = std::size_t{256} * 1024;
-
-/// Why an exchange failed. Fixed texts alone: the library's own message may quote a URL.
-struct Failure {
-    const char* reason;
-    CURLcode code;
-    const char* detail;
-};
-
+// maxHeaderBytes is below what the library itself takes for one answer (300 KiB), so that the
+// reason is told right.
 constexpr Failure refusedMethod{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
                                 "the method is not a token"};
 constexpr Failure refusedHeader{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
@@ -75,35 +65,6 @@ const char* ReasonOf(CURLcode code) {
 }
 
 // --- What goes out -------------------------------------------------------------------------------
-
-/// The token of RFC 9110: method and field names.
-bool IsToken(std::string_view text) {
-    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-    return !text.empty() && std::all_of(text.begin(), text.end(), [marks](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               marks.find(c) != std::string_view::npos;
-    });
-}
-
-bool SameName(std::string_view left, std::string_view right) {
-    const auto lower = [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [lower](char a, char b) { return lower(a) == lower(b); });
-}
-
-/// The client frames the message; a second statement on its length would let one request be read
-/// as two.
-bool FramesMessage(std::string_view name) {
-    return SameName(name, "Content-Length") || SameName(name, "Transfer-Encoding");
-}
-
-bool MayBeSent(std::string_view name, std::string_view value) {
-    return IsToken(name) && !FramesMessage(name) &&
-           std::none_of(value.begin(), value.end(),
-                        [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
-}
 
 /// The header fields of a request in the form that the library takes.
 class HeaderList {
@@ -365,27 +326,13 @@ std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientReque
     if (code == CURLE_OUT_OF_MEMORY) return noMemory;
     // The library keeps the TLS session all the same, and a resumed one shows the old certificate.
     if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(generation);
-    if (code != CURLE_OK) return Failure{ReasonOf(code), code, curl_easy_strerror(code)};
+    if (code != CURLE_OK)
+        return Failure{ReasonOf(code), static_cast<std::int32_t>(code), curl_easy_strerror(code)};
     const auto status = static_cast<std::int32_t>(curl.Status());
     if (!reception.surplus && curl.NoteConnection())
         transport.GiveBack(std::move(handle), std::move(target));
     if (response != nullptr) response->Deliver(status, std::move(reception.body));
     return std::nullopt;
-}
-
-void Describe(const Failure& failure, HttpClient::Error* error) {
-    if (error == nullptr) return;
-    error->code = static_cast<std::int32_t>(failure.code);
-    // Cut where the room ends, as the record's owner expects.
-    static_cast<void>(
-        std::snprintf(error->text, sizeof error->text, "%s: %s", failure.reason, failure.detail));
-}
-
-/// Method and target are shown only once they were found harmless.
-void Report(const Failure& failure, const CHttpClientRequest& request, const std::string& target) {
-    qlog_write(4, "Oak", "HTTP exchange failed, %s: %s [%s %s]", failure.reason, failure.detail,
-               IsToken(request.Method()) ? request.Method().c_str() : "-",
-               target.empty() ? "-" : target.c_str());
 }
 
 /// The visit ends before any record is written, and a log handler runs.
@@ -419,7 +366,7 @@ bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* re
     const auto failure = Attempt(request, response, shown);
     if (!failure) return true;
     Describe(*failure, error);
-    if (failure->code != ended.code) Report(*failure, request, shown);
+    if (failure->code != ended.code) Report(*failure, request.Method(), shown);
     return false;
 }
 

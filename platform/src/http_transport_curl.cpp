@@ -1,5 +1,7 @@
 #include "http_transport_curl.h"
 
+#include "http_rules.h"
+
 #include <Oak/Base/Process.h>
 
 #include <openssl/crypto.h>
@@ -20,14 +22,6 @@ using Clock = std::chrono::steady_clock;
 /// The oldest library whose TLS writes are known to go out with MSG_NOSIGNAL, so that a server that
 /// hangs up never raises SIGPIPE in the host.
 constexpr unsigned oldestVersion = 0x075800;  // 7.88.0
-
-HttpClientOptions WithDefaultsForZero(HttpClientOptions options) {
-    const HttpClientOptions standard;
-    if (options.connectTimeoutMs == 0) options.connectTimeoutMs = standard.connectTimeoutMs;
-    if (options.totalTimeoutMs == 0) options.totalTimeoutMs = standard.totalTimeoutMs;
-    if (options.maxResponseBytes == 0) options.maxResponseBytes = standard.maxResponseBytes;
-    return options;
-}
 
 /// Starts the TLS library without its exit handler. That handler frees tables which a host thread
 /// inside a handshake still reads while the process ends; the memory goes back to the system
