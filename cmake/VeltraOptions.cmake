@@ -50,10 +50,11 @@ endif()
 
 # The parts of the library: position-independent, hidden by default. VELTRA_BUILDING_LIBRARY turns
 # the export macros into definitions.
+# Public, since who links the objects has their functions in his own module.
 function(veltra_add_objects name)
   add_library(${name} OBJECT ${ARGN})
   target_link_libraries(${name} PUBLIC veltra_options)
-  target_compile_definitions(${name} PRIVATE VELTRA_BUILDING_LIBRARY)
+  target_compile_definitions(${name} PUBLIC VELTRA_BUILDING_LIBRARY)
   if(VELTRA_DEBUG_INFO AND NOT MSVC)
     target_compile_options(${name} PRIVATE -g)
   endif()

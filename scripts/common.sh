@@ -22,6 +22,13 @@ test_packages=(
 # shellcheck disable=SC2034
 bench_packages=(libbenchmark-dev python3)
 
+# What the build for Windows needs: compiler, dependencies, and wine to run what it makes.
+# shellcheck disable=SC2034
+windows_packages=(
+  g++-mingw-w64-x86-64-posix wine64 cmake ninja-build pkg-config
+  libboost-dev rapidjson-dev libcli11-dev googletest dpkg-dev make perl ca-certificates
+)
+
 say() { printf '%s\n' "$*" >&2; }
 
 die() {

@@ -5,7 +5,6 @@
 #include "Log.h"
 
 #include <Oak/Base/Clock.h>
-#include <Oak/Base/Process.h>
 #include <proto/CRapidJsonProto.h>
 
 #include <boost/thread/lock_types.hpp>
@@ -51,7 +50,7 @@ class Owner {
     CAIManager* Get() const { return manager_; }
 
     ~Owner() {
-        if (Oak::Base::InForkedChild()) return;  // threads and locks in an unknown state
+        if (Oak::Base::OtherThreadsGone()) return;  // locks in an unknown state
         HostCall::Close();
         const bool unused = manager_->Close();
         // Host threads that are still inside a call when the process ends keep what they use; it
@@ -546,8 +545,7 @@ void CAIManager::start(std::uint64_t stopsBefore) {
 
     VELTRA_LOG(operation, 3, "monitorThread_ begin.");
     try {
-        std::thread monitor =
-            Oak::Base::StartServiceThread("veltra-monitor", [this] { MonitorLoop(); });
+        Oak::Base::ServiceThread monitor("veltra-monitor", [this] { MonitorLoop(); });
         lock.lock();
         cv_.wait(lock, [this] { return monitorRuns_; });
         monitorThread_ = std::move(monitor);
@@ -595,9 +593,9 @@ void CAIManager::stop() {
 /// on the state meanwhile, without a lock being held over the join.
 void CAIManager::JoinMonitor(std::unique_lock<std::mutex>& lock) {
     monitorState_ = MonitorState::stopping;
-    std::thread monitor = std::move(monitorThread_);
+    Oak::Base::ServiceThread monitor = std::move(monitorThread_);
     lock.unlock();
-    monitor.join();
+    monitor.Join();
     lock.lock();
     monitorRuns_ = false;
     monitorState_ = MonitorState::none;

@@ -5,6 +5,7 @@
 #include "SensitiveWordFilter.h"
 
 #include <Oak/Base/Noncopyable.h>
+#include <Oak/Base/Process.h>
 #include <Veltra/LicenseInfo.h>
 
 #include <boost/thread/shared_mutex.hpp>
@@ -146,8 +147,8 @@ class CAIManager : private Oak::Base::CNoncopyable {
     std::string token_;
     std::uint64_t tokenGeneration_ = 0;
 
-    std::thread monitorThread_;          // guarded by cvMutex_
-    std::atomic<bool> stopFlag_{false};  // set under cvMutex_, so that no wait misses it
+    Oak::Base::ServiceThread monitorThread_;  // guarded by cvMutex_
+    std::atomic<bool> stopFlag_{false};       // set under cvMutex_, so that no wait misses it
     mutable std::mutex cvMutex_;
     std::condition_variable cv_;  // announces every change below, and stopFlag_
     MonitorState monitorState_ = MonitorState::none;

@@ -17,7 +17,7 @@ std::atomic<bool> closed{false};
 }  // namespace
 
 HostCall::HostCall() noexcept : admitted_(false) {
-    if (Oak::Base::InForkedChild()) return;
+    if (Oak::Base::OtherThreadsGone()) return;
     underWay.fetch_add(1);
     admitted_ = !closed.load();
     if (!admitted_) underWay.fetch_sub(1);

@@ -32,7 +32,7 @@ extern "C" ssize_t getrandom(void* buffer, std::size_t size, unsigned flags) {
 
 namespace {
 
-using Oak::Base::InForkedChild;
+using Oak::Base::OtherThreadsGone;
 
 bool IsPending(int signalNumber) {
     sigset_t pending;
@@ -46,11 +46,11 @@ bool IsBlocked(int signalNumber) {
     return sigismember(&blocked, signalNumber) == 1;
 }
 
-// Must come first: it needs a process that hasn't called InForkedChild yet.
+// Must come first: it needs a process that hasn't called OtherThreadsGone yet.
 TEST(Fork, CountsOnlyAfterTheFirstCallAndSilencesTheLogger) {
-    EXPECT_EXIT(_exit(InForkedChild() ? 1 : 0), testing::ExitedWithCode(0), "");
-    EXPECT_FALSE(InForkedChild());
-    EXPECT_EXIT(_exit(InForkedChild() ? 1 : 0), testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(_exit(OtherThreadsGone() ? 1 : 0), testing::ExitedWithCode(0), "");
+    EXPECT_FALSE(OtherThreadsGone());
+    EXPECT_EXIT(_exit(OtherThreadsGone() ? 1 : 0), testing::ExitedWithCode(1), "");
     const auto ends = [](int, const char*, const char*, void*) { _exit(1); };
     qlog_set_handler(ends, nullptr, 4);
     EXPECT_EXIT((qlog_write(5, "T", "x"), _exit(0)), testing::ExitedWithCode(0), "");
@@ -58,7 +58,7 @@ TEST(Fork, CountsOnlyAfterTheFirstCallAndSilencesTheLogger) {
 }
 
 TEST(Process, AServiceThreadHasItsNameAndTakesFaultsOnly) {
-    Oak::Base::StartServiceThread("a name of more than 15 bytes", [] {
+    Oak::Base::ServiceThread("a name of more than 15 bytes", [] {
         std::array<char, 64> name{};
         pthread_getname_np(pthread_self(), name.data(), name.size());
         EXPECT_STREQ(name.data(), "a name of more ");
@@ -66,7 +66,7 @@ TEST(Process, AServiceThreadHasItsNameAndTakesFaultsOnly) {
             EXPECT_TRUE(IsBlocked(asynchronous)) << asynchronous;
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
             EXPECT_FALSE(IsBlocked(fault)) << fault;
-    }).join();
+    }).Join();
     EXPECT_FALSE(IsBlocked(SIGTERM)) << "the starter's own mask is as before";
 }
 

@@ -237,13 +237,13 @@ void Message::FormatLong(int length, const char* format, std::va_list arguments)
 }  // namespace
 
 void qlog_set_handler(qlog_handler handler, void* context, int min_level) {
-    if (Oak::Base::InForkedChild()) return;
+    if (Oak::Base::OtherThreadsGone()) return;
     registry.Set({handler != nullptr ? handler : WriteLine, context, min_level}, !insideHandler);
 }
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): the interface is printf's.
 void qlog_write(int level, const char* tag, const char* format, ...) noexcept {
-    if (!registry.Wants(level) || insideHandler || Oak::Base::InForkedChild()) return;
+    if (!registry.Wants(level) || insideHandler || Oak::Base::OtherThreadsGone()) return;
 
     const int errnoBefore = errno;
     std::va_list arguments;

@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 namespace Oak::Base {
@@ -52,17 +53,31 @@ class SignalsBlocked : private CNoncopyable {
 
 }  // namespace
 
-bool InForkedChild() noexcept {
+bool OtherThreadsGone() noexcept {
     if (!watchingForks.load(std::memory_order_acquire)) WatchForks();
     return forkedChild.load(std::memory_order_relaxed);
 }
 
-std::thread StartServiceThread(const char* name, std::function<void()> body) {
+struct ServiceThread::State {
+    std::thread thread;
+};
+
+ServiceThread::ServiceThread() noexcept = default;
+ServiceThread::ServiceThread(ServiceThread&& other) noexcept = default;
+ServiceThread& ServiceThread::operator=(ServiceThread&& other) noexcept = default;
+ServiceThread::~ServiceThread() = default;
+
+ServiceThread::ServiceThread(const char* name, std::function<void()> body)
+    : state_(std::make_unique<State>()) {
     const SignalsBlocked blocked;  // inherited by the thread from its very beginning
-    return std::thread([name, body = std::move(body)] {
+    state_->thread = std::thread([name, body = std::move(body)] {
         NameThread(name);
         body();
     });
+}
+
+void ServiceThread::Join() {
+    state_->thread.join();
 }
 
 }  // namespace Oak::Base
