@@ -2,7 +2,7 @@
 
 #include "json_read.h"
 #include "output.h"
-#include "process_posix.h"
+#include "process.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -2,7 +2,7 @@
 #include "common_options.h"
 #include "credentials.h"
 #include "demo_steps.h"
-#include "gateway_control_curl.h"
+#include "gateway_control.h"
 #include "output.h"
 #include "records.h"
 

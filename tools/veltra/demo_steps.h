@@ -1,7 +1,7 @@
 #pragma once
 
 #include "credentials.h"
-#include "gateway_control_curl.h"
+#include "gateway_control.h"
 
 #include <cstdint>
 #include <functional>

@@ -4,7 +4,7 @@
 #include "login.h"
 #include "output.h"
 #include "pictures.h"
-#include "process_posix.h"
+#include "process.h"
 #include "records.h"
 #include "submit_feedback.h"
 

@@ -1,5 +1,5 @@
 #include "commands.h"
-#include "process_posix.h"
+#include "process.h"
 
 #include <CLI/App.hpp>
 

@@ -1,13 +1,11 @@
-#include "gateway_control_curl.h"
-
-#include "json_read.h"
+#include "gateway_control.h"
 #include "output.h"
 
 #include <curl/curl.h>
 
 #include <cstddef>
+#include <exception>
 #include <memory>
-#include <utility>
 
 namespace tool {
 
@@ -36,53 +34,7 @@ void set(const CurlPtr& handle, CURLoption option, Value value) {
     if (code != CURLE_OK) throw Failure(std::string("curl: ") + curl_easy_strerror(code));
 }
 
-/// The array of that name in an answer, which lives in `document`.
-rapidjson::Value& listIn(rapidjson::Document& document, const std::string& answer,
-                         const char* name) {
-    document.Parse<rapidjson::kParseIterativeFlag>(answer.data(), answer.size());
-    if (document.HasParseError() || !document.IsObject() || !document.HasMember(name) ||
-        !document[name].IsArray())
-        throw Failure(std::string("the gateway's list of ") + name + " cannot be read");
-    return document[name];
-}
-
-std::uint64_t numberOf(const rapidjson::Value& object, const char* name) {
-    const auto found = object.FindMember(name);
-    return found != object.MemberEnd() && found->value.IsUint64() ? found->value.GetUint64() : 0;
-}
-
 }  // namespace
-
-GatewayControl::GatewayControl(std::string url, std::string caFile)
-    : url_(std::move(url)), caFile_(std::move(caFile)) {}
-
-void GatewayControl::expireTokens() const {
-    exchange(Method::Post, "expire-tokens");
-}
-
-std::vector<GatewayControl::Seen> GatewayControl::requests() const {
-    rapidjson::Document document;
-    std::vector<Seen> seen;
-    for (const auto& request :
-         listIn(document, exchange(Method::Get, "requests"), "requests").GetArray()) {
-        if (!request.IsObject()) continue;
-        seen.push_back({numberOf(request, "number"), textMember(request, "path").value_or(""),
-                        textMember(request, "body").value_or("")});
-    }
-    return seen;
-}
-
-std::vector<GatewayControl::Picture> GatewayControl::pictures() const {
-    rapidjson::Document document;
-    std::vector<Picture> pictures;
-    for (const auto& picture :
-         listIn(document, exchange(Method::Get, "pictures"), "pictures").GetArray()) {
-        if (!picture.IsObject()) continue;
-        pictures.push_back({textMember(picture, "imageKey").value_or(""), numberOf(picture, "size"),
-                            textMember(picture, "sha256").value_or("")});
-    }
-    return pictures;
-}
 
 std::string GatewayControl::exchange(Method method, const std::string& path) const {
     const CurlPtr handle(curl_easy_init());

@@ -2,7 +2,7 @@
 
 #include "commands.h"
 #include "output.h"
-#include "process_posix.h"
+#include "process.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>

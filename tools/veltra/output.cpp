@@ -1,6 +1,6 @@
 #include "output.h"
 
-#include "process_posix.h"
+#include "process.h"
 
 #include <cerrno>
 #include <cmath>

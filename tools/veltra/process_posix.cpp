@@ -1,6 +1,5 @@
-#include "process_posix.h"
-
 #include "output.h"
+#include "process.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

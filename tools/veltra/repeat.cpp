@@ -1,7 +1,7 @@
 #include "repeat.h"
 
 #include "output.h"
-#include "process_posix.h"
+#include "process.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "process_posix.h"
+#include "process.h"
 
 #include <Veltra/Comment.h>
 
