@@ -18,6 +18,10 @@ else()
     $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:-Werror>)
 endif()
 
+if(WIN32)
+  target_compile_definitions(veltra_options INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+endif()
+
 # A unique symbol keeps a module mapped after dlclose; nothing here may do that.
 check_cxx_compiler_flag(-fno-gnu-unique veltra_has_no_gnu_unique)
 if(veltra_has_no_gnu_unique)

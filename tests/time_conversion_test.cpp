@@ -1,17 +1,18 @@
 #include "common_func.h"
+#include "support/system.h"
 
 #include <Veltra/TimeConversion.h>
 #include <qlog/qlog.h>
 
 #include <gtest/gtest.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <iomanip>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,14 +35,11 @@ class TimeConversion : public testing::Test {
     }
     ~TimeConversion() override { qlog_set_handler(nullptr, nullptr, 4); }
 
-    static void SetZone(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
+    static void SetZone(const char* zone) { support::SetTimeZone(zone); }
 
     static std::int64_t InstantOf(const char* local) {
         std::tm time{};
-        strptime(local, "%Y-%m-%d %H:%M:%S", &time);
+        std::istringstream(local) >> std::get_time(&time, "%Y-%m-%d %H:%M:%S");
         time.tm_isdst = -1;
         return std::mktime(&time);
     }
@@ -124,7 +122,7 @@ const Row rows[] = {
 };
 
 TEST_F(TimeConversion, TableInEveryZone) {
-    for (const char* zone : {newYork, "UTC0", "<+0545>-5:45", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
+    for (const char* zone : {newYork, "UTC0", "JST-9", "<+0545>-5:45", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
         SetZone(zone);
         for (const Row& row : rows) {
             for (const bool startOfDay : {true, false}) {
@@ -163,7 +161,7 @@ TEST_F(TimeConversion, RecordsNameTheOperationAndThePlace) {
             << records_[i] << " is not " << expected[i];
 }
 
-TEST_F(TimeConversion, RefusesInstantsOutOfRangeAndAllInAForkedChild) {
+TEST_F(TimeConversion, RefusesInstantsOutOfRange) {
     using Limits = std::numeric_limits<std::int64_t>;
     std::string result = "before";
     for (const std::int64_t now : {Limits::min(), std::int64_t{-1}, 32535216000, Limits::max()}) {
@@ -173,8 +171,16 @@ TEST_F(TimeConversion, RefusesInstantsOutOfRangeAndAllInAForkedChild) {
     EXPECT_EQ(result, "before");
     EXPECT_TRUE(ConvertTime("+0s", result, 0, true));
     EXPECT_EQ(result, "1969-12-31 19:00:00");
+    EXPECT_TRUE(ConvertTime("+0s", result, 1720000000, true));
+    EXPECT_EQ(result, "2024-07-03 05:46:40") << "in summer time";
     EXPECT_TRUE(ConvertTime("+0s", result, 32535215999, true));
     EXPECT_EQ(result, "3000-12-31 18:59:59");
+}
+
+TEST_F(TimeConversion, RefusesAllInAForkedChild) {
+    if (support::onWindows) GTEST_SKIP() << "Windows has no fork";
+    std::string result;
+    EXPECT_TRUE(ConvertTime("+0s", result, 0, true));
     const auto anyWorks = [&result] {
         return ConvertTime("-1d", result, 0, true) || SetFirstDayOfWeek(FirstDayOfWeek::Monday);
     };
@@ -217,6 +223,7 @@ bool SameTime(const std::tm& a, const std::tm& b) {
 }
 
 TEST(Calendar, NormalisesAsTheCLibraryDoes) {
+    if (support::onWindows) GTEST_SKIP() << "that C library refuses fields far out of range";
     std::seed_seq seed{4};  // the same fields in every run
     std::mt19937 random(seed);
     for (const int range : {100, 100000, std::numeric_limits<int>::max()}) {
@@ -231,7 +238,7 @@ TEST(Calendar, NormalisesAsTheCLibraryDoes) {
                 input += ' ' + std::to_string(*field);
             }
             std::tm theirs = ours;
-            timegm(&theirs);
+            support::UtcInstantOf(theirs);
             TimeConvertr::normalise(ours);
             ASSERT_TRUE(SameTime(ours, theirs)) << input;
         }

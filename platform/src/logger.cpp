@@ -16,7 +16,6 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <type_traits>
 
 namespace {
 
@@ -113,6 +112,11 @@ void Unlink(Node*& head, const Node* node) {
     *link = node->next;
 }
 
+constexpr int defaultMinLevel = 4;
+
+/// That of the handler, to be read without a mutex.
+constinit std::atomic<int> minLevel{defaultMinLevel};
+
 /// What handler is set, and who is inside one. The mutex is never held while a handler runs, and
 /// nobody who waits for a handler holds it: a record is never kept up by a change of the handler.
 class Registry {
@@ -141,7 +145,7 @@ class Registry {
     void Set(const Handler& handler, bool await) {
         std::unique_lock lock(mutex_);
         handler_ = handler;
-        minLevel_.store(handler.minLevel, std::memory_order_relaxed);
+        minLevel.store(handler.minLevel, std::memory_order_relaxed);
         const std::uint64_t generation = ++generation_;
         if (!await || !IsCalledBefore(generation)) return;
 
@@ -152,8 +156,6 @@ class Registry {
         Unlink(waiters_, &self);
     }
 
-    bool Wants(int level) const { return level >= minLevel_.load(std::memory_order_relaxed); }
-
  private:
     bool IsCalledBefore(std::uint64_t generation) const {
         const Call* call = calls_;
@@ -162,20 +164,29 @@ class Registry {
         return call != nullptr;
     }
 
-    static constexpr int defaultMinLevel = 4;
-
     std::mutex mutex_;
     Handler handler_{WriteLine, nullptr, defaultMinLevel};
     std::uint64_t generation_ = 0;
     Call* calls_ = nullptr;
     Waiter* waiters_ = nullptr;
-    std::atomic<int> minLevel_{defaultMinLevel};  // that of handler_, to be read without the mutex
 };
 
 // Records are written from constructors and destructors of static objects and by threads that
-// outlive them: the registry is there before the first and is never destroyed.
-static_assert(std::is_trivially_destructible_v<Registry>);
-constinit Registry registry;
+// outlive them: the registry is there when the first one comes and is never destroyed. (Not every
+// system has a mutex that needs neither construction nor destruction.)
+union NeverDestroyed {
+    NeverDestroyed() : registry() {}
+    NeverDestroyed(const NeverDestroyed&) = delete;
+    NeverDestroyed& operator=(const NeverDestroyed&) = delete;
+    ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): which would be deleted
+
+    Registry registry;
+};
+
+Registry& TheRegistry() {
+    static NeverDestroyed storage;
+    return storage.registry;
+}
 
 constinit thread_local bool insideHandler = false;
 
@@ -191,6 +202,7 @@ void CallHandler(const Handler& handler, int level, const char* tag, const char*
 void Deliver(int level, const char* tag, const char* message) {
     Handler handler{};
     Call call{};
+    Registry& registry = TheRegistry();
     if (!registry.BeginCall(level, handler, call)) return;
     CallHandler(handler, level, tag, message);
     registry.EndCall(call);
@@ -238,12 +250,15 @@ void Message::FormatLong(int length, const char* format, std::va_list arguments)
 
 void qlog_set_handler(qlog_handler handler, void* context, int min_level) {
     if (Oak::Base::OtherThreadsGone()) return;
-    registry.Set({handler != nullptr ? handler : WriteLine, context, min_level}, !insideHandler);
+    TheRegistry().Set({handler != nullptr ? handler : WriteLine, context, min_level},
+                      !insideHandler);
 }
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): the interface is printf's.
 void qlog_write(int level, const char* tag, const char* format, ...) noexcept {
-    if (!registry.Wants(level) || insideHandler || Oak::Base::OtherThreadsGone()) return;
+    if (level < minLevel.load(std::memory_order_relaxed) || insideHandler ||
+        Oak::Base::OtherThreadsGone())
+        return;
 
     const int errnoBefore = errno;
     std::va_list arguments;

@@ -1,8 +1,6 @@
 #include <Oak/Base/Noncopyable.h>
 #include <Oak/Base/Process.h>
 
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include <process.h>
 #include <windows.h>
 

@@ -1,7 +1,5 @@
 #include <Oak/Base/StandardStreams.h>
 
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
 #include <windows.h>
 
 #include <algorithm>
