@@ -1,0 +1,286 @@
+#include "http_request_winhttp.h"
+
+#include "http_rules.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+namespace Oak::Net {
+namespace {
+
+using Clock = HttpDeadlines::Clock;
+using std::chrono::milliseconds;
+
+/// Times beyond 24 days count as that: the library takes them as signed numbers.
+int Milliseconds(std::uint32_t value) {
+    return static_cast<int>(
+        std::min<std::uint32_t>(value, std::numeric_limits<std::int32_t>::max()));
+}
+
+DWORD SetNumber(HINTERNET handle, DWORD option, DWORD value) {
+    return WinHttpSetOption(handle, option, &value, sizeof value) != FALSE ? 0 : GetLastError();
+}
+
+/// Runs on, never short: a wait that ends too early would spin.
+DWORD WaitingTime(Clock::time_point end) {
+    constexpr milliseconds slice{1000};
+    const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+    return static_cast<DWORD>(std::clamp(left, milliseconds{0}, slice).count());
+}
+
+/// A request that the library doesn't let go will still be called back, in code of this module.
+void KeepModuleLoaded() noexcept {
+    HMODULE module = nullptr;
+    static_cast<void>(
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                           reinterpret_cast<LPCWSTR>(&KeepModuleLoaded), &module));
+}
+
+}  // namespace
+
+HttpDeadlines::HttpDeadlines(const HttpClientOptions& options) {
+    const auto now = Clock::now();
+    finished = now + milliseconds(Milliseconds(options.totalTimeoutMs));
+    connected = std::min(finished, now + milliseconds(Milliseconds(options.connectTimeoutMs)));
+}
+
+AsyncRequest::AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines)
+    : generation_(std::move(generation)),
+      deadlines_(deadlines),
+      buffer_(new char[bufferSize]),
+      event_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+
+AsyncRequest::~AsyncRequest() {
+    if (wipe_) SecureZeroMemory(buffer_.get(), bufferSize);
+}
+
+DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const HttpTarget& target,
+                         const std::string& method, std::shared_ptr<const CertificateTrust> trust) {
+    if (request->event_ == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+    request->host_.assign(target.host.begin(), target.host.end());
+    request->trust_ = std::move(trust);
+    request->connect_.reset(WinHttpConnect(request->generation_->SessionFor(target),
+                                           request->host_.c_str(), target.port, 0));
+    if (request->connect_ == nullptr) return GetLastError();
+    // The path and the query are signed as they stand.
+    const DWORD flags = WINHTTP_FLAG_ESCAPE_DISABLE | WINHTTP_FLAG_ESCAPE_DISABLE_QUERY |
+                        (target.tls ? WINHTTP_FLAG_SECURE : 0U);
+    HINTERNET const handle = WinHttpOpenRequest(
+        request->connect_.get(), std::wstring(method.begin(), method.end()).c_str(),
+        std::wstring(target.object.begin(), target.object.end()).c_str(), nullptr,
+        WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, flags);
+    if (handle == nullptr) return GetLastError();
+    request->handle_.store(handle);
+    auto* context = request.get();
+    if (WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, static_cast<void*>(&context),
+                         sizeof context) == FALSE)
+        return GetLastError();
+    request->self_ = request;
+    if (WinHttpSetStatusCallback(
+            handle, &OnStatus,
+            WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES |
+                WINHTTP_CALLBACK_FLAG_CONNECT_TO_SERVER | WINHTTP_CALLBACK_FLAG_SEND_REQUEST,
+            0) == WINHTTP_INVALID_STATUS_CALLBACK) {
+        const DWORD error = GetLastError();
+        request->self_.reset();
+        return error;
+    }
+    request->callsBack_ = true;
+    return request->Prepare();
+}
+
+DWORD AsyncRequest::Prepare() {
+    HINTERNET const handle = handle_.load();
+    const HttpClientOptions& options = generation_->options;
+    const int whole = Milliseconds(options.totalTimeoutMs);
+    const int connecting = std::min(Milliseconds(options.connectTimeoutMs), whole);
+    // Per step, and so for the requests left behind; what bounds an exchange are the deadlines.
+    if (WinHttpSetTimeouts(handle, 0, connecting, whole, whole) == FALSE) return GetLastError();
+    if (const DWORD error =
+            SetNumber(handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, static_cast<DWORD>(whole)))
+        return error;
+    // A redirect would carry the token elsewhere.
+    if (const DWORD error = SetNumber(
+            handle, WINHTTP_OPTION_DISABLE_FEATURE,
+            WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION))
+        return error;
+    // Its default is a quarter of ours. Where it can't be set, HeadSize tells.
+    static_cast<void>(SetNumber(handle, WINHTTP_OPTION_MAX_RESPONSE_HEADER_SIZE,
+                                static_cast<DWORD>(maxHeaderBytes)));
+    if (trust_ == nullptr) return 0;
+    // The system doesn't know the file's certificates; JudgeServer does. All else it still checks.
+    return SetNumber(handle, WINHTTP_OPTION_SECURITY_FLAGS, SECURITY_FLAG_IGNORE_UNKNOWN_CA);
+}
+
+DWORD AsyncRequest::AddFields(const std::wstring& lines) {
+    if (lines.empty()) return 0;
+    return WinHttpAddRequestHeaders(handle_.load(), lines.c_str(), static_cast<DWORD>(lines.size()),
+                                    WINHTTP_ADDREQ_FLAG_ADD) != FALSE
+               ? 0
+               : GetLastError();
+}
+
+char* AsyncRequest::Keep(std::string_view piece) noexcept {
+    piece.copy(buffer_.get(), piece.size());
+    return buffer_.get();
+}
+
+DWORD AsyncRequest::SendHead(std::string_view firstPiece, DWORD wholeSize) {
+    return Await(WinHttpSendRequest(handle_.load(), WINHTTP_NO_ADDITIONAL_HEADERS, 0,
+                                    firstPiece.empty() ? WINHTTP_NO_REQUEST_DATA : Keep(firstPiece),
+                                    static_cast<DWORD>(firstPiece.size()), wholeSize,
+                                    reinterpret_cast<DWORD_PTR>(this)));
+}
+
+DWORD AsyncRequest::Write(std::string_view piece) {
+    return Await(
+        WinHttpWriteData(handle_.load(), Keep(piece), static_cast<DWORD>(piece.size()), nullptr));
+}
+
+DWORD AsyncRequest::Send(std::string_view body, bool bodyIsSecret) {
+    wipe_ = bodyIsSecret;
+    DWORD error = SendHead(body.substr(0, bufferSize), static_cast<DWORD>(body.size()));
+    for (std::size_t sent = bufferSize; error == 0 && sent < body.size(); sent += bufferSize)
+        error = Write(body.substr(sent, bufferSize));
+    return error;
+}
+
+DWORD AsyncRequest::Receive() {
+    return Await(WinHttpReceiveResponse(handle_.load(), nullptr));
+}
+
+DWORD AsyncRequest::Read(std::string_view& piece) {
+    const DWORD error = Await(WinHttpReadData(handle_.load(), buffer_.get(), bufferSize, nullptr));
+    piece = {buffer_.get(), error == 0 ? bytes_ : 0};
+    return error;
+}
+
+DWORD AsyncRequest::Status(DWORD& status) const {
+    DWORD size = sizeof status;
+    return WinHttpQueryHeaders(
+               handle_.load(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
+               WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX) != FALSE
+               ? 0
+               : GetLastError();
+}
+
+std::size_t AsyncRequest::HeadSize() const {
+    DWORD size = 0;
+    WinHttpQueryHeaders(handle_.load(), WINHTTP_QUERY_RAW_HEADERS_CRLF,
+                        WINHTTP_HEADER_NAME_BY_INDEX, WINHTTP_NO_OUTPUT_BUFFER, &size,
+                        WINHTTP_NO_HEADER_INDEX);
+    return size / sizeof(wchar_t);
+}
+
+std::wstring AsyncRequest::ContentLength() const {
+    DWORD size = 0;
+    const auto query = [&](wchar_t* room) {
+        return WinHttpQueryHeaders(handle_.load(), WINHTTP_QUERY_CONTENT_LENGTH,
+                                   WINHTTP_HEADER_NAME_BY_INDEX, room, &size,
+                                   WINHTTP_NO_HEADER_INDEX) != FALSE;
+    };
+    query(nullptr);
+    if (size == 0) return {};
+    std::wstring text(size / sizeof(wchar_t), L'\0');
+    if (!query(text.data())) return {};
+    text.resize(size / sizeof(wchar_t));
+    return text;
+}
+
+void AsyncRequest::CloseHandleOnce() noexcept {
+    if (HINTERNET const handle = handle_.exchange(nullptr)) WinHttpCloseHandle(handle);
+}
+
+void AsyncRequest::Close() noexcept {
+    CloseHandleOnce();
+    if (callsBack_ && !AwaitClosed()) KeepModuleLoaded();
+}
+
+// --- the library's side --------------------------------------------------------------------------
+
+void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
+                                     DWORD length) noexcept {
+    auto* const request = reinterpret_cast<AsyncRequest*>(context);
+    if (request == nullptr) return;
+    switch (status) {
+        case WINHTTP_CALLBACK_STATUS_CONNECTING_TO_SERVER:
+            request->connectedAnew_.store(true);
+            return;
+        case WINHTTP_CALLBACK_STATUS_SENDING_REQUEST:
+            request->JudgeServer(handle);
+            request->ready_.store(true);
+            return;
+        case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+        case WINHTTP_CALLBACK_STATUS_WRITE_COMPLETE:
+        case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+            request->Complete(0, 0);
+            return;
+        case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+            request->Complete(0, length);
+            return;
+        case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+            request->Complete(static_cast<const WINHTTP_ASYNC_RESULT*>(info)->dwError, 0);
+            return;
+        case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING: {
+            const auto last = std::move(request->self_);
+            request->closed_.store(true);
+            SetEvent(request->event_.get());
+            return;
+        }
+        default:
+            return;
+    }
+}
+
+/// The last moment at which the library can be stopped: TLS stands, and nothing has gone out.
+void AsyncRequest::JudgeServer(HINTERNET handle) noexcept {
+    if (trust_ == nullptr || IsTrusted(handle)) return;
+    untrusted_.store(true);
+    CloseHandleOnce();
+}
+
+bool AsyncRequest::IsTrusted(HINTERNET handle) const noexcept {
+    PCCERT_CONTEXT context = nullptr;
+    DWORD size = sizeof(context);
+    if (WinHttpQueryOption(handle, WINHTTP_OPTION_SERVER_CERT_CONTEXT, static_cast<void*>(&context),
+                           &size) == FALSE)
+        return false;
+    const CertificatePtr certificate(context);
+    return certificate != nullptr && trust_->Covers(*certificate, host_);
+}
+
+void AsyncRequest::Complete(DWORD error, DWORD bytes) noexcept {
+    error_ = error;
+    bytes_ = bytes;
+    completed_.store(true);
+    SetEvent(event_.get());
+}
+
+/// `started`: what the operation's call returned.
+DWORD AsyncRequest::Await(BOOL started) {
+    if (started == FALSE)
+        return untrusted_.load() ? ERROR_WINHTTP_SECURE_INVALID_CA : GetLastError();
+    for (;;) {
+        if (untrusted_.load()) return ERROR_WINHTTP_SECURE_INVALID_CA;
+        if (completed_.exchange(false)) return error_;
+        if (closed_.load() || TransportVisit::Ending()) return ERROR_OPERATION_ABORTED;
+        const auto end = ready_.load() ? deadlines_.finished : deadlines_.connected;
+        const DWORD time = WaitingTime(end);
+        if (time == 0) return ERROR_WINHTTP_TIMEOUT;
+        WaitForSingleObject(event_.get(), time);
+    }
+}
+
+bool AsyncRequest::AwaitClosed() noexcept {
+    const auto end = Clock::now() + milliseconds(250);
+    while (!closed_.load()) {
+        const DWORD time = WaitingTime(end);
+        if (time == 0) return false;
+        WaitForSingleObject(event_.get(), time);
+    }
+    return true;
+}
+
+}  // namespace Oak::Net

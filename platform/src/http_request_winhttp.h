@@ -1,0 +1,113 @@
+#ifndef OAK_NET_HTTP_REQUEST_WINHTTP_H
+#define OAK_NET_HTTP_REQUEST_WINHTTP_H
+
+#include "http_transport_winhttp.h"
+
+#include <Oak/Base/Noncopyable.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace Oak::Net {
+
+/// Until when an exchange may take.
+struct HttpDeadlines {
+    using Clock = std::chrono::steady_clock;
+
+    explicit HttpDeadlines(const HttpClientOptions& options);
+
+    Clock::time_point connected;  ///< name looked up, connected, TLS agreed
+    Clock::time_point finished;
+};
+
+struct EventDeleter {
+    void operator()(HANDLE event) const noexcept { CloseHandle(event); }
+};
+using EventPtr = std::unique_ptr<void, EventDeleter>;
+
+/// One request of the library's, in asynchronous use, with every byte that the library reads or
+/// writes for it. What the library's own time-outs leave open the deadlines end: a request that is
+/// given up is left behind with its memory, and frees it when the library is done.
+///
+/// The thread that made it calls its members one after the other; each returns 0 or the library's
+/// number for the failure, and none is called after a failure.
+class AsyncRequest : private Oak::Base::CNoncopyable {
+ public:
+    AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines);
+    ~AsyncRequest();
+
+    /// `trust`, where it isn't null, is what the server's certificate is judged by before anything
+    /// of the request goes out.
+    static DWORD Open(const std::shared_ptr<AsyncRequest>& request, const HttpTarget& target,
+                      const std::string& method, std::shared_ptr<const CertificateTrust> trust);
+
+    DWORD AddFields(const std::wstring& lines);
+
+    /// Sends head and body. A secret body leaves nothing in memory of ours.
+    DWORD Send(std::string_view body, bool bodyIsSecret);
+
+    /// Waits for the head of the answer.
+    DWORD Receive();
+
+    /// The next bytes of the body, valid until the next call; none at its end.
+    DWORD Read(std::string_view& piece);
+
+    DWORD Status(DWORD& status) const;
+    std::size_t HeadSize() const;  ///< of the answer's head, about, in bytes
+
+    /// The announced length of the body; empty where there is none.
+    std::wstring ContentLength() const;
+
+    /// Whether it went out on a connection that had been kept.
+    bool OnKeptConnection() const noexcept { return !connectedAnew_.load(); }
+
+    /// Ends the use of the request. Mostly the library is done with it when this returns; where it
+    /// is not, the module stays loaded for it.
+    void Close() noexcept;
+
+ private:
+    static void CALLBACK OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
+                                  DWORD length) noexcept;
+
+    DWORD Prepare();
+    bool IsTrusted(HINTERNET handle) const noexcept;
+    void JudgeServer(HINTERNET handle) noexcept;
+    void Complete(DWORD error, DWORD bytes) noexcept;
+    DWORD Await(BOOL started);
+    bool AwaitClosed() noexcept;
+    void CloseHandleOnce() noexcept;
+    DWORD SendHead(std::string_view firstPiece, DWORD wholeSize);
+    DWORD Write(std::string_view piece);
+    char* Keep(std::string_view piece) noexcept;
+
+    static constexpr std::size_t bufferSize = std::size_t{32} * 1024;
+
+    const HttpGenerationPtr generation_;  // first: the handles are children of its sessions
+    const HttpDeadlines deadlines_;
+    InternetHandlePtr connect_;
+    std::atomic<HINTERNET> handle_{nullptr};
+    std::shared_ptr<AsyncRequest> self_;  // while the library may call back
+    std::shared_ptr<const CertificateTrust> trust_;
+    std::wstring host_;
+    bool callsBack_ = false;
+    bool wipe_ = false;
+    const std::unique_ptr<char[]> buffer_;
+
+    // Written by the callbacks; `error_` and `bytes_` before `completed_`, which the waiting thread
+    // takes back: one operation is under way at a time.
+    const EventPtr event_;
+    DWORD error_ = 0;
+    DWORD bytes_ = 0;
+    std::atomic<bool> completed_{false};
+    std::atomic<bool> closed_{false};
+    std::atomic<bool> connectedAnew_{false};
+    std::atomic<bool> ready_{false};
+    std::atomic<bool> untrusted_{false};
+};
+
+}  // namespace Oak::Net
+
+#endif

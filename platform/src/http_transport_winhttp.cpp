@@ -1,0 +1,150 @@
+#include "http_transport_winhttp.h"
+
+#include "http_rules.h"
+
+#include <Oak/Base/Process.h>
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <utility>
+
+namespace Oak::Net {
+namespace {
+
+constexpr const char* noProxy = "direct";
+
+/// TLS 1.2 or later, also where the system's settings would allow less. A system that doesn't know
+/// 1.3 refuses to hear of it.
+bool AllowOnlyModernTls(HINTERNET session) noexcept {
+    const auto allow = [session](DWORD protocols) {
+        return WinHttpSetOption(session, WINHTTP_OPTION_SECURE_PROTOCOLS, &protocols,
+                                sizeof protocols) != FALSE;
+    };
+    return allow(WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_3) ||
+           allow(WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2);
+}
+
+InternetHandlePtr OpenSession(DWORD access, LPCWSTR proxy) noexcept {
+    InternetHandlePtr session(
+        WinHttpOpen(nullptr, access, proxy, WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
+    if (session == nullptr || !AllowOnlyModernTls(session.get())) return nullptr;
+    return session;
+}
+
+/// Null for a proxy that the library can't use: another scheme, a user part, anything odd.
+InternetHandlePtr OpenThrough(const std::string& proxy) {
+    const auto target =
+        ParseHttpTarget(proxy.find("://") == std::string::npos ? "http://" + proxy : proxy);
+    if (!target || target->tls || target->object != "/") return nullptr;
+    const std::string server = target->host + ':' + std::to_string(target->port);
+    return OpenSession(WINHTTP_ACCESS_TYPE_NAMED_PROXY,
+                       std::wstring(server.begin(), server.end()).c_str());
+}
+
+InternetHandlePtr OpenProxied(const std::string& proxy) {
+    if (proxy == noProxy) return nullptr;
+    if (!proxy.empty()) return OpenThrough(proxy);
+    InternetHandlePtr session =
+        OpenSession(WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME);
+    // Before Windows 8.1 there is but the setting of the whole machine.
+    return session != nullptr
+               ? std::move(session)
+               : OpenSession(WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME);
+}
+
+/// Started for the process, the sockets are also what the library below relies on.
+bool StartSockets() noexcept {
+    WSADATA data{};
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}
+
+/// The library closes idle connections on threads of the system's, whenever it likes. It stays
+/// loaded for that, even when our module, perhaps its only user, goes.
+void KeepLibraryLoaded() noexcept {
+    HMODULE module = nullptr;
+    static_cast<void>(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, L"winhttp.dll", &module));
+}
+
+std::atomic<bool> ended{false};
+std::atomic<std::uint32_t> visitors{0};
+
+/// Makes the transport and, when the module is unloaded, ends it.
+///
+/// Nothing is waited for, since the loader's lock is held: what somebody still uses stays where it
+/// is. So does everything when the process ends: its other threads are gone by then, and with them
+/// perhaps the owners of the library's locks.
+class Lifetime : private Oak::Base::CNoncopyable {
+ public:
+    Lifetime() : transport_(new HttpTransport) {}
+    ~Lifetime() {
+        // Both sides write first and read then, in one total order: either the visitor sees the
+        // end, or the end sees the visitor.
+        ended.store(true);
+        if (!Oak::Base::OtherThreadsGone() && visitors.load() == 0) delete transport_;
+    }
+
+    HttpTransport* Get() const noexcept { return transport_; }
+
+ private:
+    HttpTransport* const transport_;
+};
+
+}  // namespace
+
+HttpGeneration::HttpGeneration(const HttpClientOptions& wanted)
+    : options(WithDefaultsForZero(wanted)),
+      direct_(OpenSession(WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME)),
+      proxied_(OpenProxied(wanted.proxy)) {}
+
+HINTERNET HttpGeneration::SessionFor(const HttpTarget& target) const noexcept {
+    return target.loopback || options.proxy == noProxy ? direct_.get() : proxied_.get();
+}
+
+std::shared_ptr<const CertificateTrust> HttpGeneration::Trust() const {
+    const std::lock_guard lock(mutex_);
+    if (trust_ == nullptr) trust_ = CertificateTrust::FromFile(options.caFile);
+    return trust_;
+}
+
+HttpTransport::HttpTransport()
+    : socketsStarted_(StartSockets()),
+      current_(std::make_shared<const HttpGeneration>(HttpClientOptions())) {
+    KeepLibraryLoaded();
+}
+
+HttpTransport::~HttpTransport() {
+    if (socketsStarted_) WSACleanup();
+}
+
+void HttpTransport::SetOptions(const HttpClientOptions& options) {
+    auto generation = std::make_shared<const HttpGeneration>(options);
+    const std::lock_guard lock(mutex_);  // last: what is replaced is closed after its release
+    current_.swap(generation);
+}
+
+HttpGenerationPtr HttpTransport::Generation() const {
+    const std::lock_guard lock(mutex_);
+    return current_;
+}
+
+TransportVisit::TransportVisit() noexcept {
+    visitors.fetch_add(1);
+    if (ended.load() || Oak::Base::OtherThreadsGone()) return;
+    try {
+        static Lifetime lifetime;
+        transport_ = lifetime.Get();
+    } catch (const std::exception&) {  // no memory: the next visit tries again
+    }
+}
+
+TransportVisit::~TransportVisit() {
+    visitors.fetch_sub(1);
+}
+
+bool TransportVisit::Ending() noexcept {
+    return ended.load();
+}
+
+}  // namespace Oak::Net

@@ -1,0 +1,84 @@
+#ifndef OAK_NET_HTTP_TRANSPORT_WINHTTP_H
+#define OAK_NET_HTTP_TRANSPORT_WINHTTP_H
+
+#include "certificate_winhttp.h"
+#include "http_target_winhttp.h"
+#include "system_winhttp.h"
+
+#include <Oak/Base/Noncopyable.h>
+#include <Oak/Net/HttpClientOptions.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace Oak::Net {
+
+struct InternetHandleDeleter {
+    void operator()(HINTERNET handle) const noexcept { WinHttpCloseHandle(handle); }
+};
+using InternetHandlePtr = std::unique_ptr<void, InternetHandleDeleter>;
+
+/// What all exchanges between two calls of SetHttpClientOptions have in common. The library keeps
+/// its connections with the sessions: those of one generation never serve another.
+class HttpGeneration : private Oak::Base::CNoncopyable {
+ public:
+    /// A limit of 0 is replaced by its default.
+    explicit HttpGeneration(const HttpClientOptions& wanted);
+
+    const HttpClientOptions options;
+
+    /// The session for a target; null where there is none: the library failed, or the proxy that
+    /// the options name is of no use.
+    HINTERNET SessionFor(const HttpTarget& target) const noexcept;
+
+    /// What is trusted in place of the system's certificates, from `options.caFile`. The file is
+    /// read when it is first needed, and again while it is of no use: null then.
+    std::shared_ptr<const CertificateTrust> Trust() const;
+
+ private:
+    const InternetHandlePtr direct_;
+    const InternetHandlePtr proxied_;  // null where the options say "direct"
+    mutable std::mutex mutex_;
+    mutable std::shared_ptr<const CertificateTrust> trust_;  // guarded by mutex_
+};
+
+using HttpGenerationPtr = std::shared_ptr<const HttpGeneration>;
+
+/// The process-wide part of the client: the options and the sessions made for them. Any thread may
+/// call any member at any time.
+class HttpTransport : private Oak::Base::CNoncopyable {
+ public:
+    HttpTransport();
+    ~HttpTransport();
+
+    void SetOptions(const HttpClientOptions& options);
+    HttpGenerationPtr Generation() const;
+
+ private:
+    const bool socketsStarted_;  // for the names that we look up ourselves
+    mutable std::mutex mutex_;
+    HttpGenerationPtr current_;  // guarded by mutex_
+};
+
+/// Access to the transport for the time of one call. The first one starts it.
+///
+/// Null when there is nothing to use: once the process or the module is ending, and when there was
+/// no memory to start it. Visits are counted, so that the end never frees what a visitor still
+/// uses. An exchange under way asks Ending() now and then, and gives up when it says so.
+class TransportVisit : private Oak::Base::CNoncopyable {
+ public:
+    TransportVisit() noexcept;
+    ~TransportVisit();
+
+    HttpTransport* Get() const noexcept { return transport_; }
+
+    static bool Ending() noexcept;
+
+ private:
+    HttpTransport* transport_ = nullptr;
+};
+
+}  // namespace Oak::Net
+
+#endif

@@ -1,0 +1,21 @@
+#ifndef OAK_NET_SYSTEM_WINHTTP_H
+#define OAK_NET_SYSTEM_WINHTTP_H
+
+// The system's headers for the HTTP client, in the one order that they can bear.
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+
+// clang-format off
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+#include <wincrypt.h>
+#include <winhttp.h>
+// clang-format on
+
+#endif
