@@ -9,7 +9,7 @@ else()
   if(CLI11_INCLUDE_DIR)
     file(STRINGS ${CLI11_INCLUDE_DIR}/CLI/Version.hpp CLI11_VERSION
       REGEX "^#define CLI11_VERSION \"")
-    string(REGEX MATCH "[0-9.]+[0-9]" CLI11_VERSION "${CLI11_VERSION}")
+    string(REGEX REPLACE ".*\"(.*)\".*" "\\1" CLI11_VERSION "${CLI11_VERSION}")
   endif()
 endif()
 include(FindPackageHandleStandardArgs)

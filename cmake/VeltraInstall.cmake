@@ -45,7 +45,9 @@ install(FILES ${PROJECT_BINARY_DIR}/veltra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 
 # --- tools: the programs, their manual pages and completions ----------------------------------------
 
-if(VELTRA_BUILD_TOOLS)
+if(VELTRA_BUILD_TOOLS AND WIN32)
+  install(TARGETS veltra_program RUNTIME COMPONENT tools)
+elseif(VELTRA_BUILD_TOOLS)
   # A tree installed outside the system's folders works in place, and after a move.
   file(RELATIVE_PATH veltra_bin_to_lib
     "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
@@ -59,6 +61,6 @@ if(VELTRA_BUILD_TOOLS)
   endforeach()
 endif()
 
-if(veltra_is_top AND VELTRA_BUILD_TOOLS)
+if(veltra_is_top AND VELTRA_BUILD_TOOLS AND NOT WIN32)
   include(VeltraPackages)
 endif()

@@ -1,5 +1,7 @@
 #include "common_options.h"
 
+#include "files.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -66,7 +68,7 @@ void addConnection(CLI::App& command, CommonOptions& options) {
                     "Trusted certificates in PEM form, in place of the system's")
         ->group(kConnection)
         ->option_text("FILE")
-        ->check(CLI::ExistingFile);
+        ->check(existingFile());
     command
         .add_option("--proxy", http.proxy,
                     "Proxy URL, or \"direct\" for none (default: the environment's)")
@@ -91,7 +93,7 @@ void addCredentials(CLI::App& command, CommonOptions& options) {
                     "JSON file with the key pairs (default: the variables VELTRA_APP_KEY and "
                     "VELTRA_SECRET_KEY)")
         ->option_text("FILE")
-        ->check(CLI::ExistingFile);
+        ->check(existingFile());
 }
 
 CLI::Option* addLogLevel(CLI::App& command, CommonOptions& options) {

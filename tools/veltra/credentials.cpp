@@ -1,10 +1,10 @@
 #include "credentials.h"
 
+#include "files.h"
 #include "json_read.h"
 #include "output.h"
 #include "process.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -41,7 +41,7 @@ Credentials readCredentials(const std::string& file, const rapidjson::Value& doc
 }
 
 Credentials readFile(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(pathOf(file), std::ios::binary);
     if (!stream) throw UsageError("cannot read " + file);
     if (isReadableByOthers(file))
         complain("warning: other users may read " + file + "; chmod 600 closes it");
@@ -53,12 +53,6 @@ Credentials readFile(const std::string& file) {
     rapidjson::Document document;  // stays null after an error
     document.Parse<kFlags>(text.str().c_str());
     return readCredentials(file, document);
-}
-
-std::string environment(const char* name) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): the program never sets its environment
-    const char* const value = std::getenv(name);
-    return value == nullptr ? std::string() : std::string(value);
 }
 
 }  // namespace
@@ -77,8 +71,8 @@ std::shared_ptr<Veltra::CLicenseInfo> Credentials::licence() const {
 
 std::optional<Credentials> findCredentials(const std::string& file) {
     if (!file.empty()) return readFile(file);
-    const std::string appKey = environment("VELTRA_APP_KEY");
-    const std::string secretKey = environment("VELTRA_SECRET_KEY");
+    const std::string appKey = environmentText("VELTRA_APP_KEY");
+    const std::string secretKey = environmentText("VELTRA_SECRET_KEY");
     if (appKey.empty() && secretKey.empty()) return std::nullopt;
     if (appKey.empty() || secretKey.empty())
         throw UsageError(

@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "common_options.h"
 #include "credentials.h"
+#include "files.h"
 #include "login.h"
 #include "output.h"
 #include "pictures.h"
@@ -156,7 +157,7 @@ void declareSubmit(CLI::App& command, SubmitOptions& options) {
     command
         .add_option("--picture", options.pictures, "JPEG files that show what is meant; repeatable")
         ->option_text("FILE...")
-        ->check(CLI::ExistingFile);
+        ->check(existingFile());
     addCommon(command, options.common);
 }
 

@@ -120,10 +120,12 @@ int runGuarded(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tool::CommandLine line(argc, argv);
     // The gateway shall find signals and descriptors just as this program found them.
-    if (tool::isForGateway(argc, argv)) return tool::runGateway(argc, argv);
+    if (tool::isForGateway(line.count(), line.values()))
+        return tool::runGateway(line.count(), line.values());
     tool::prepareStandardStreams();
-    const int status = runGuarded(argc, argv);
+    const int status = runGuarded(line.count(), line.values());
     const bool delivered = tool::finishOutput();
     return status == tool::kSuccess && !delivered ? tool::kFailure : status;
 }

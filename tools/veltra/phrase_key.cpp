@@ -2,6 +2,7 @@
 #include "common_options.h"
 #include "output.h"
 #include "phrases.h"
+#include "process.h"
 
 #include <Veltra/PhraseKey.h>
 
@@ -9,7 +10,6 @@
 #include <CLI/Formatter.hpp>
 
 #include <cstddef>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,7 +44,7 @@ class Phrases {
     explicit Phrases(const std::vector<std::string>& arguments) : arguments_(arguments) {}
 
     std::optional<std::string> next() {
-        if (arguments_.empty()) return nextPhrase(std::cin);
+        if (arguments_.empty()) return nextPhrase(standardInput());
         if (given_ == arguments_.size()) return std::nullopt;
         return arguments_[given_++];
     }

@@ -1,5 +1,6 @@
 #include "phrases.h"
 
+#include "files.h"
 #include "output.h"
 
 #include <Veltra/PhraseKey.h>
@@ -53,7 +54,7 @@ void PhraseList::add(const std::string& phrase) {
 }
 
 PhraseList loadPhraseFile(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(pathOf(file), std::ios::binary);
     if (!stream) throw UsageError("cannot read " + file);
     PhraseList list;
     std::size_t neverFound = 0;

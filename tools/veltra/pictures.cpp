@@ -1,6 +1,7 @@
 #include "pictures.h"
 
 #include "bytes_openssl.h"
+#include "files.h"
 #include "output.h"
 
 #include <fstream>
@@ -16,7 +17,7 @@ constexpr std::string_view kJpegStart = "\xFF\xD8\xFF";
 // Reads on from where it stands, in pieces: a pipe has no size to ask for, and may never end.
 std::string readPicture(const std::string& file) {
     constexpr std::size_t kPiece = std::size_t{1} << 20;
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(pathOf(file), std::ios::binary);
     std::string bytes;
     while (stream && bytes.size() <= kMostPictureBytes) {
         const std::size_t before = bytes.size();

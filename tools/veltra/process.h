@@ -1,5 +1,6 @@
 #pragma once
 
+#include <istream>
 #include <string>
 #include <vector>
 
@@ -7,9 +8,30 @@
 
 namespace tool {
 
-/// Call it first. A write to a closed pipe fails instead of ending the program, and descriptors 0
-/// to 2 are taken: on a closed one the first socket would sit, and get what is meant for the user.
+/// The command line in UTF-8, as all texts of the program are. On most systems what main() was
+/// given is just that.
+class CommandLine {
+ public:
+    CommandLine(int argc, char** argv);
+
+    int count() const { return static_cast<int>(values_.size()) - 1; }
+    char** values() { return values_.data(); }  ///< a null pointer ends them
+
+ private:
+    std::vector<std::string> texts_;
+    std::vector<char*> values_;
+};
+
+/// The variable's value in UTF-8; empty when it isn't set.
+std::string environmentText(const char* name);
+
+/// Call it before anything is read or written. A write to a closed pipe fails instead of ending the
+/// program, and descriptors 0 to 2 are taken: on a closed one the first socket would sit, and get
+/// what is meant for the user.
 void prepareStandardStreams();
+
+/// Standard input in UTF-8, as far as what writes to it does its part.
+std::istream& standardInput();
 
 bool errorGoesToTerminal();
 bool outputGoesToTerminal();
@@ -42,10 +64,12 @@ class Interruption {
 };
 
 /// Puts another program, looked for beside this one and then in PATH, into the place of this one:
-/// same process, same environment. Returns the exit status for want of it, with a complaint.
+/// same process, same environment. Returns the exit status for want of it, with a complaint. There
+/// is nothing to become on Windows.
 int becomeProgram(const std::string& name, const std::vector<char*>& arguments);
 
-/// Whether users other than the file's owner may read it.
+/// Whether users other than the file's owner may read it, as far as the system says so: Windows
+/// isn't asked.
 bool isReadableByOthers(const std::string& file);
 
 }  // namespace tool

@@ -8,7 +8,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <system_error>
 
 namespace tool {
@@ -44,6 +46,16 @@ std::filesystem::path ownFolder() {
 
 }  // namespace
 
+CommandLine::CommandLine(int argc, char** argv) : values_(argv, argv + argc) {
+    values_.push_back(nullptr);
+}
+
+std::string environmentText(const char* name) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the program never sets its environment
+    const char* const value = std::getenv(name);
+    return value == nullptr ? std::string() : std::string(value);
+}
+
 void prepareStandardStreams() {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -53,6 +65,10 @@ void prepareStandardStreams() {
         // cppcheck-suppress leakReturnValNotUsed; it stays open for good
         static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
     }
+}
+
+std::istream& standardInput() {
+    return std::cin;
 }
 
 bool errorGoesToTerminal() {

@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "common_options.h"
 #include "credentials.h"
+#include "files.h"
 #include "login.h"
 #include "output.h"
 #include "phrases.h"
@@ -176,7 +177,7 @@ void declare(CLI::App& command, QueryOptions& options) {
                                        "Sensitive phrases, one a line: a value that holds one is "
                                        "refused before the query is sent")
                            ->option_text("FILE")
-                           ->check(CLI::ExistingFile);
+                           ->check(existingFile());
     command
         .add_option("--phrase-limit", options.phraseLimit,
                     "Most words of a phrase that is looked up (default: the longest phrase's)")

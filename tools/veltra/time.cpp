@@ -58,9 +58,12 @@ std::optional<std::int64_t> instantOf(const std::string& text) {
     if (in.fail() || in.peek() != std::istringstream::traits_type::eof()) return std::nullopt;
     std::tm normal = local;
     normal.tm_isdst = -1;
+    normal.tm_wday = -1;
     const std::time_t instant = std::mktime(&normal);
     // mktime folds 31 February into March; what was written is what is meant, or nothing.
-    const bool exists = normal.tm_mday == local.tm_mday && normal.tm_mon == local.tm_mon;
+    // A weekday that it leaves alone means failure: -1 may be an instant, too.
+    const bool exists =
+        normal.tm_wday != -1 && normal.tm_mday == local.tm_mday && normal.tm_mon == local.tm_mon;
     if (!exists) return std::nullopt;
     return instant;
 }

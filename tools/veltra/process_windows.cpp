@@ -1,0 +1,171 @@
+#include "output.h"
+#include "process.h"
+#include "system_windows.h"
+#include "text_windows.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <streambuf>
+
+namespace tool {
+
+namespace {
+
+constexpr int kInput = 0;
+constexpr int kOutput = 1;
+constexpr int kError = 2;
+
+bool isConsole(DWORD stream) {
+    DWORD mode = 0;
+    return GetConsoleMode(GetStdHandle(stream), &mode) != FALSE;
+}
+
+/// What the console makes of this program's bytes; other programs share it afterwards.
+class ConsoleInUtf8 {
+ public:
+    ConsoleInUtf8() : before_(GetConsoleOutputCP()) { SetConsoleOutputCP(CP_UTF8); }
+    ~ConsoleInUtf8() {
+        if (before_ != 0) SetConsoleOutputCP(before_);
+    }
+    ConsoleInUtf8(const ConsoleInUtf8&) = delete;
+    ConsoleInUtf8& operator=(const ConsoleInUtf8&) = delete;
+
+ private:
+    const UINT before_;
+};
+
+/// What is typed at a console. The C runtime would hand it on in the console's code page.
+class ConsoleInput : public std::streambuf {
+    int_type underflow() override {
+        constexpr wchar_t kEndMark = L'\x1A';  // Ctrl-Z
+        std::array<wchar_t, 16384> line{};     // longer than any that can be typed
+        DWORD size = 0;
+        const bool isRead = ReadConsoleW(GetStdHandle(STD_INPUT_HANDLE), line.data(),
+                                         static_cast<DWORD>(line.size()), &size, nullptr) != FALSE;
+        if (!isRead || size == 0 || line.front() == kEndMark) return traits_type::eof();
+        text_ = utf8Text({line.data(), size});
+        setg(text_.data(), text_.data(), text_.data() + text_.size());
+        return traits_type::to_int_type(text_.front());
+    }
+
+    std::string text_;
+};
+
+/// For the C runtime and for the library, which writes past it.
+bool pointOutputTo(int descriptor) {
+    if (_dup2(descriptor, kOutput) != 0) return false;
+    return SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(_get_osfhandle(kOutput))) !=
+           FALSE;
+}
+
+int openTarget(OutputElsewhere::Target target) {
+    if (target == OutputElsewhere::Target::StandardError) return _dup(kError);
+    int descriptor = -1;
+    static_cast<void>(
+        _sopen_s(&descriptor, "NUL", _O_WRONLY | _O_BINARY | _O_NOINHERIT, _SH_DENYNO, _S_IWRITE));
+    return descriptor;
+}
+
+std::atomic<bool> interruptionRequested{false};
+
+/// On a thread of its own. What it doesn't take ends the program.
+BOOL WINAPI requestInterruption(DWORD event) {
+    return event == CTRL_C_EVENT && !interruptionRequested.exchange(true) ? TRUE : FALSE;
+}
+
+}  // namespace
+
+CommandLine::CommandLine(int /*argc*/, char** /*argv*/) {
+    struct Free {
+        void operator()(LPWSTR* texts) const { LocalFree(texts); }
+    };
+    int count = 0;
+    const std::unique_ptr<LPWSTR, Free> wide(CommandLineToArgvW(GetCommandLineW(), &count));
+    for (int i = 0; wide != nullptr && i < count; ++i)
+        texts_.push_back(utf8Text(wide.get()[i]));
+    for (auto& text : texts_)
+        values_.push_back(text.data());
+    values_.push_back(nullptr);
+}
+
+// No socket can take the place of a closed stream, and a closed pipe raises no signal. Bytes are to
+// come and go as they are: the C runtime would turn ends of line around, and take Ctrl-Z for the
+// end of a file.
+void prepareStandardStreams() {
+    for (const int descriptor : {kInput, kOutput, kError})
+        static_cast<void>(_setmode(descriptor, _O_BINARY));
+    static const ConsoleInUtf8 untilTheEnd;
+}
+
+std::istream& standardInput() {
+    if (!isConsole(STD_INPUT_HANDLE)) return std::cin;
+    static ConsoleInput console;
+    static std::istream input(&console);
+    return input;
+}
+
+bool errorGoesToTerminal() {
+    return isConsole(STD_ERROR_HANDLE);
+}
+
+bool outputGoesToTerminal() {
+    return isConsole(STD_OUTPUT_HANDLE);
+}
+
+OutputElsewhere::OutputElsewhere(Target target) : output_(_dup(kOutput)) {
+    const int elsewhere = openTarget(target);
+    const bool pointed = output_ != -1 && elsewhere != -1 && pointOutputTo(elsewhere);
+    if (elsewhere != -1) _close(elsewhere);
+    if (pointed) return;
+    if (output_ != -1) _close(output_);
+    throw Failure("standard output cannot be pointed elsewhere");
+}
+
+OutputElsewhere::~OutputElsewhere() {
+    static_cast<void>(pointOutputTo(output_));
+    _close(output_);
+}
+
+// A program that was started with Ctrl-C ignored is never told of it.
+Interruption::Interruption() {
+    interruptionRequested = false;
+    SetConsoleCtrlHandler(&requestInterruption, TRUE);
+}
+
+Interruption::~Interruption() {
+    SetConsoleCtrlHandler(&requestInterruption, FALSE);
+}
+
+bool Interruption::requested() const {
+    return interruptionRequested;
+}
+
+std::string environmentText(const char* name) {
+    const std::wstring wideName = wideText(name);
+    std::wstring value(GetEnvironmentVariableW(wideName.c_str(), nullptr, 0), L'\0');
+    const DWORD size = static_cast<DWORD>(value.size());
+    value.resize(GetEnvironmentVariableW(wideName.c_str(), value.data(), size));
+    return utf8Text(value);
+}
+
+int becomeProgram(const std::string& name, const std::vector<char*>& /*arguments*/) {
+    complain("veltra: there is no " + name +
+             " for Windows; run it on Linux, and name its URL to the other subcommands");
+    return kNotFound;
+}
+
+// Who may read a file here is a matter of lists, groups and inherited rights. A folder of the
+// user's own is closed to others unless somebody opens it.
+bool isReadableByOthers(const std::string& /*file*/) {
+    return false;
+}
+
+}  // namespace tool
