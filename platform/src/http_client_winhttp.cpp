@@ -71,6 +71,7 @@ constexpr Failure known[] = {
     {"limit", ERROR_OUTOFMEMORY, "no memory"},
     {"cut off", ERROR_WINHTTP_CONNECTION_ERROR, "the connection ended early"},
     {"cut off", ERROR_WINHTTP_RESEND_REQUEST, "the connection ended early"},
+    {"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE, "no answer, or none of HTTP"},
     {"cut off", WSAECONNRESET, "the connection ended early"},
     {"cut off", WSAECONNABORTED, "the connection ended early"},
     {"ended", ERROR_OPERATION_ABORTED, "the HTTP client is not available"},
@@ -103,7 +104,8 @@ std::optional<std::wstring> WideOf(const std::string& text) {
 std::optional<std::wstring> HeadersOf(const CHttpClientRequest& request) {
     std::string lines;
     const auto add = [&lines](const std::string& name, const std::string& value) {
-        lines.append(name).append(": ").append(value).append("\r\n");
+        const bool blank = value.find_first_not_of(" \t\v\f") == std::string::npos;
+        lines.append(name).append(blank ? ":" : ": " + value).append("\r\n");
     };
     bool hasContentType = false;
     for (const auto& [name, value] : request.Headers()) {
@@ -164,15 +166,16 @@ Length LengthOf(const AsyncRequest& request, std::uint64_t limit) {
 std::optional<Failure> ReceiveBody(AsyncRequest& request, std::uint64_t limit, std::string& body) {
     const auto [announced, failure] = LengthOf(request, limit);
     if (failure) return failure;
-    for (;;) {
+    while (body.size() != announced) {
         std::string_view piece;
-        if (const DWORD error = request.Read(piece)) return FailureOf(error);
-        if (piece.empty()) break;
+        const auto most = announced.value_or(std::numeric_limits<std::uint64_t>::max());
+        if (const DWORD error = request.Read(piece, most - body.size())) return FailureOf(error);
+        // The library takes the end of the connection for the end of the body.
+        if (piece.empty()) return announced ? std::optional(cutOff) : std::nullopt;
         if (piece.size() > limit - body.size()) return overLimit;
         body.append(piece);
     }
-    // The library takes the end of the connection for the end of the body.
-    return announced && body.size() != *announced ? std::optional(cutOff) : std::nullopt;
+    return std::nullopt;
 }
 
 std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const std::string& method,
@@ -223,8 +226,7 @@ class RequestOwner : private Oak::Base::CNoncopyable {
 /// closed meanwhile.
 bool MayBeStale(const AsyncRequest& request, DWORD error) {
     return error == ERROR_WINHTTP_RESEND_REQUEST ||
-           (request.OnKeptConnection() && (error == ERROR_WINHTTP_CONNECTION_ERROR ||
-                                           error == ERROR_WINHTTP_INVALID_SERVER_RESPONSE));
+           (request.OnKeptConnection() && error == ERROR_WINHTTP_CONNECTION_ERROR);
 }
 
 std::optional<Failure> Exchange(const Plan& plan, Answer& answer) {

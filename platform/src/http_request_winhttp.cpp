@@ -13,6 +13,10 @@ namespace {
 using Clock = HttpDeadlines::Clock;
 using std::chrono::milliseconds;
 
+/// A redirect would carry the token elsewhere.
+constexpr DWORD disabledFeatures =
+    WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION;
+
 /// Times beyond 24 days count as that: the library takes them as signed numbers.
 int Milliseconds(std::uint32_t value) {
     return static_cast<int>(
@@ -101,10 +105,7 @@ DWORD AsyncRequest::Prepare() {
     if (const DWORD error =
             SetNumber(handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, static_cast<DWORD>(whole)))
         return error;
-    // A redirect would carry the token elsewhere.
-    if (const DWORD error = SetNumber(
-            handle, WINHTTP_OPTION_DISABLE_FEATURE,
-            WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION))
+    if (const DWORD error = SetNumber(handle, WINHTTP_OPTION_DISABLE_FEATURE, disabledFeatures))
         return error;
     // Its default is a quarter of ours. Where it can't be set, HeadSize tells.
     static_cast<void>(SetNumber(handle, WINHTTP_OPTION_MAX_RESPONSE_HEADER_SIZE,
@@ -151,9 +152,19 @@ DWORD AsyncRequest::Receive() {
     return Await(WinHttpReceiveResponse(handle_.load(), nullptr));
 }
 
-DWORD AsyncRequest::Read(std::string_view& piece) {
-    const DWORD error = Await(WinHttpReadData(handle_.load(), buffer_.get(), bufferSize, nullptr));
-    piece = {buffer_.get(), error == 0 ? bytes_ : 0};
+// No more is asked for than has arrived: the library may wait until the whole of it is there, on
+// this thread even, and the deadline would pass.
+DWORD AsyncRequest::Read(std::string_view& piece, std::uint64_t most) {
+    piece = {};
+    if (const DWORD error = Await(WinHttpQueryDataAvailable(handle_.load(), nullptr))) return error;
+    if (bytes_ == 0) return 0;
+    // A server that says more than it announced isn't trusted with another exchange.
+    if (bytes_ > most)
+        static_cast<void>(SetNumber(handle_.load(), WINHTTP_OPTION_DISABLE_FEATURE,
+                                    disabledFeatures | WINHTTP_DISABLE_KEEP_ALIVE));
+    const auto wanted = static_cast<DWORD>(std::min<std::uint64_t>({bytes_, bufferSize, most}));
+    const DWORD error = Await(WinHttpReadData(handle_.load(), buffer_.get(), wanted, nullptr));
+    if (error == 0) piece = {buffer_.get(), bytes_};
     return error;
 }
 
@@ -216,6 +227,9 @@ void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD 
         case WINHTTP_CALLBACK_STATUS_WRITE_COMPLETE:
         case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
             request->Complete(0, 0);
+            return;
+        case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+            request->Complete(0, *static_cast<const DWORD*>(info));
             return;
         case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
             request->Complete(0, length);

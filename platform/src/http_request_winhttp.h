@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -52,8 +54,9 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     /// Waits for the head of the answer.
     DWORD Receive();
 
-    /// The next bytes of the body, valid until the next call; none at its end.
-    DWORD Read(std::string_view& piece);
+    /// The next bytes of the body, `most` of them at most, valid until the next call; none at the
+    /// body's end. `most` is not 0.
+    DWORD Read(std::string_view& piece, std::uint64_t most);
 
     DWORD Status(DWORD& status) const;
     std::size_t HeadSize() const;  ///< of the answer's head, about, in bytes
@@ -83,7 +86,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     DWORD Write(std::string_view piece);
     char* Keep(std::string_view piece) noexcept;
 
-    static constexpr std::size_t bufferSize = std::size_t{32} * 1024;
+    static constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
     const HttpGenerationPtr generation_;  // first: the handles are children of its sessions
     const HttpDeadlines deadlines_;

@@ -1,11 +1,9 @@
 #ifndef TESTS_SUPPORT_RAW_SERVER_H
 #define TESTS_SUPPORT_RAW_SERVER_H
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "support/sockets.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -28,14 +26,14 @@ class RawServer {
     /// One connection, as the script sees it.
     class Peer {
      public:
-        Peer(RawServer& server, int socket) : server_(server), socket_(socket) {}
+        Peer(RawServer& server, Socket socket) : server_(server), socket_(socket) {}
 
         /// The next request, head and body (by Content-Length); empty at the end of the connection.
         std::string ReadRequest() {
             std::size_t whole = std::string::npos;
             while (heard_.size() < whole) {
                 char buffer[16384];
-                const ssize_t count = recv(socket_, buffer, sizeof buffer, 0);
+                const auto count = Receive(socket_, buffer, sizeof buffer);
                 if (count <= 0) return {};
                 heard_.append(buffer, static_cast<std::size_t>(count));
                 if (whole == std::string::npos) whole = WholeLength();
@@ -49,7 +47,7 @@ class RawServer {
         /// False once the other side has hung up.
         bool Write(std::string_view bytes) {
             while (!bytes.empty()) {
-                const ssize_t count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+                const auto count = Send(socket_, bytes.data(), bytes.size());
                 if (count <= 0) return false;
                 bytes.remove_prefix(static_cast<std::size_t>(count));
             }
@@ -69,12 +67,12 @@ class RawServer {
 
         void Close() {
             const std::lock_guard lock(server_.mutex_);
-            close(socket_);
-            socket_ = -1;
+            CloseSocket(socket_);
+            socket_ = noSocket;
         }
 
         RawServer& server_;
-        int socket_;
+        Socket socket_;
         std::string heard_;
         std::thread thread_;
     };
@@ -82,9 +80,7 @@ class RawServer {
     using Script = std::function<void(Peer&)>;
 
     explicit RawServer(Script script) : script_(std::move(script)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address = Address();
         socklen_t length = sizeof address;
         auto* const plain = reinterpret_cast<sockaddr*>(&address);
         if (bind(listener_, plain, length) != 0 || listen(listener_, 128) != 0 ||
@@ -96,13 +92,14 @@ class RawServer {
 
     /// Cuts every connection and waits for the scripts.
     ~RawServer() {
-        shutdown(listener_, SHUT_RDWR);
+        stopping_.store(true);
+        Wake();
         acceptor_.join();
-        close(listener_);
+        CloseSocket(listener_);
         {
             const std::lock_guard lock(mutex_);
             for (auto& peer : peers_)
-                if (peer.socket_ >= 0) shutdown(peer.socket_, SHUT_RDWR);
+                if (peer.socket_ != noSocket) CutSocket(peer.socket_);
         }
         for (auto& peer : peers_)
             peer.thread_.join();
@@ -132,10 +129,27 @@ class RawServer {
     }
 
  private:
+    sockaddr_in Address() const {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port_);
+        return address;
+    }
+
+    /// A connection of our own: there is no other way on every system to have accept() return.
+    void Wake() const {
+        const Socket socket = NewSocket();
+        const sockaddr_in address = Address();
+        connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        CloseSocket(socket);
+    }
+
     void Accept() {
         for (;;) {
-            const int socket = accept(listener_, nullptr, nullptr);
-            if (socket < 0) return;
+            const Socket socket = accept(listener_, nullptr, nullptr);
+            if (stopping_.load()) CloseSocket(socket);
+            if (stopping_.load() || socket == noSocket) return;
             const std::lock_guard lock(mutex_);
             Peer& peer = peers_.emplace_back(*this, socket);
             peer.thread_ = std::thread([this, &peer] {
@@ -151,8 +165,9 @@ class RawServer {
     }
 
     const Script script_;
-    const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const Socket listener_ = NewSocket();
     std::uint16_t port_ = 0;
+    std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     std::vector<std::string> requests_;
     std::list<Peer> peers_;
