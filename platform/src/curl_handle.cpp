@@ -1,7 +1,6 @@
 #include "curl_handle.h"
 
 #include <openssl/ssl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -97,10 +96,10 @@ bool CurlHandle::TlsHoldsBytes() const noexcept {
 // Sockets of attempts to connect are not among them: the library closes these by itself.
 bool CurlHandle::NoteConnection() noexcept {
     if (used_ == CURL_SOCKET_BAD) return true;
-    if (std::find(connections_.begin(), connections_.end(), used_) != connections_.end())
-        return true;
+    const auto known = [this](const pollfd& open) { return open.fd == used_; };
+    if (std::any_of(connections_.begin(), connections_.end(), known)) return true;
     try {
-        connections_.push_back(used_);
+        connections_.push_back({used_, POLLIN, 0});
     } catch (const std::exception&) {
         return false;
     }
@@ -109,15 +108,13 @@ bool CurlHandle::NoteConnection() noexcept {
 
 int CurlHandle::CloseSocket(void* handle, curl_socket_t socket) noexcept {
     auto& open = static_cast<CurlHandle*>(handle)->connections_;
-    open.erase(std::remove(open.begin(), open.end(), socket), open.end());
+    const auto closed = [socket](const pollfd& one) { return one.fd == socket; };
+    open.erase(std::remove_if(open.begin(), open.end(), closed), open.end());
     return close(socket);
 }
 
-bool CurlHandle::HasStrayInput() const noexcept {
-    return std::any_of(connections_.begin(), connections_.end(), [](curl_socket_t socket) {
-        pollfd polled{socket, POLLIN, 0};
-        return poll(&polled, 1, 0) != 0;
-    });
+bool CurlHandle::HasStrayInput() noexcept {
+    return !connections_.empty() && poll(connections_.data(), connections_.size(), 0) != 0;
 }
 
 }  // namespace Oak::Net

@@ -4,6 +4,7 @@
 #include <Oak/Base/Noncopyable.h>
 
 #include <curl/curl.h>
+#include <poll.h>
 
 #include <array>
 #include <memory>
@@ -89,9 +90,10 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     /// Whether one of its connections has something to read while nothing is under way: its end, or
     /// bytes that nobody asked for, which the library would take for the answer of the next
     /// exchange.
-    bool HasStrayInput() const noexcept;
+    bool HasStrayInput() noexcept;
 
-    /// Forgets all options, and with them every pointer into a request; keeps the connections.
+    /// Forgets all options, and with them every pointer into a request or to a target; keeps the
+    /// connections.
     void Reset() noexcept;
 
  private:
@@ -99,7 +101,7 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     CURLcode Drive() noexcept;
     static int CloseSocket(void* handle, curl_socket_t socket) noexcept;
 
-    std::vector<curl_socket_t> connections_;  // first: the end of the others closes them
+    std::vector<pollfd> connections_;  // first: the end of the others closes them
     CurlEasyPtr easy_;
     CurlMultiPtr multi_;  // holds the connections; null before the first exchange
     curl_socket_t used_ = CURL_SOCKET_BAD;

@@ -72,22 +72,25 @@ class HeaderList {
     void AddField(const std::string& name, const std::string& value) {
         // "Name:" would tell the library to leave the field out; "Name;" sends it without a value.
         const bool blank = value.find_first_not_of(" \t\v\f") == std::string::npos;
-        AddLine(blank ? name + ";" : name + ": " + value);
+        line_.reserve(name.size() + value.size() + 2);
+        line_.assign(name).append(blank ? ";" : ": ").append(blank ? std::string_view() : value);
+        AddLine(line_.c_str());
     }
 
-    /// Takes away a field that the library adds by itself.
-    void LeaveOut(const char* name) { AddLine(std::string(name) + ":"); }
+    /// Takes away a field that the library adds by itself: `line` is its name and a colon.
+    void LeaveOut(const char* line) { AddLine(line); }
 
     curl_slist* Get() const { return list_.get(); }
 
  private:
-    void AddLine(const std::string& line) {
-        curl_slist* longer = curl_slist_append(list_.get(), line.c_str());
+    void AddLine(const char* line) {
+        curl_slist* longer = curl_slist_append(list_.get(), line);
         if (longer == nullptr) throw std::bad_alloc();
         if (list_ == nullptr) list_.reset(longer);
     }
 
     CurlListPtr list_;
+    std::string line_;
 };
 
 /// Nothing when a field may not be sent. A content type among the fields counts before the one
@@ -104,9 +107,9 @@ std::optional<HeaderList> HeadersOf(const CHttpClientRequest& request) {
     if (!hasContentType && !request.ContentType().empty())
         list.AddField("Content-Type", request.ContentType());
     else if (!hasContentType)
-        list.LeaveOut("Content-Type");
+        list.LeaveOut("Content-Type:");
     // With it the library would hold back a large body for a second when the server says nothing.
-    list.LeaveOut("Expect");
+    list.LeaveOut("Expect:");
     return list;
 }
 
@@ -196,8 +199,8 @@ int Progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noex
 
 // --- The exchange --------------------------------------------------------------------------------
 
-/// The same for every exchange, and set on every use. Some are the library's defaults; what trust
-/// rests on is said all the same.
+/// The same for every exchange. Some are the library's defaults; what trust rests on is said all
+/// the same.
 constexpr std::pair<CURLoption, long> fixedOptions[] = {
     {CURLOPT_FOLLOWLOCATION, 0},  // a redirect would carry the token elsewhere
     {CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1},
@@ -249,41 +252,89 @@ void SetLimits(CurlHandle& curl, const HttpClientOptions& options) {
         .Set(CURLOPT_MAXFILESIZE_LARGE, Bytes(options.maxResponseBytes));
 }
 
-/// Points into the request, whose bytes are not copied, and to `secret`.
-void SetRequest(CurlHandle& curl, const CHttpClientRequest& request, const HttpTarget& target,
-                const HeaderList& headers, SecretBody& secret) {
-    curl.Set(CURLOPT_CURLU, target.url.get()).Set(CURLOPT_HTTPHEADER, headers.Get());
-    if (request.Method() == "HEAD") {
-        curl.Set(CURLOPT_NOBODY, 1L);  // else a body would be waited for
-        return;
-    }
-    // POST with an empty body, too, sends Content-Length: 0; the verb alone is replaced.
+void SetCallbacks(CurlHandle& curl) {
+    curl.Set(CURLOPT_WRITEFUNCTION, &TakeBody)
+        .Set(CURLOPT_HEADERFUNCTION, &TakeHeader)
+        .Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket)
+        .Set(CURLOPT_XFERINFOFUNCTION, &Progress)
+        .Set(CURLOPT_NOPROGRESS, 0L);
+}
+
+/// Sets what belongs to the generation and to the target, for as many exchanges as come.
+void SetUp(PooledHandle& handle, const CurlLibrary& library, HttpTarget target) {
+    CurlHandle& curl = handle.curl;
+    const HttpClientOptions& options = handle.generation->options;
+    curl.Reset();  // first: it still points to the target that was
+    handle.target = std::move(target);
+    for (const auto& [option, value] : fixedOptions)
+        curl.Set(option, value);
+    SetTrust(curl, library, options.caFile);
+    SetProxy(curl, handle.target, options.proxy);
+    SetLimits(curl, options);
+    SetCallbacks(curl);
+    curl.Set(CURLOPT_CURLU, handle.target.url.get());
+}
+
+/// What belongs to one exchange: pointers into the request, whose bytes are not copied.
+struct OneExchange {
+    const CHttpClientRequest& request;
+    const HeaderList& headers;
+    Reception reception;
+    SecretBody secret;
+};
+
+/// Where the callbacks find their exchange; null between exchanges.
+void SetReception(CurlHandle& curl, Reception* reception) {
+    void* const context = reception;
+    curl.Set(CURLOPT_WRITEDATA, context)
+        .Set(CURLOPT_HEADERDATA, context)
+        .Set(CURLOPT_OPENSOCKETDATA, context)
+        .Set(CURLOPT_XFERINFODATA, context);
+}
+
+void SetBody(CurlHandle& curl, OneExchange& exchange) {
+    const std::string& data = exchange.request.Data();
+    // POST with an empty body, too, sends Content-Length: 0.
     curl.Set(CURLOPT_POST, 1L)
-        .Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.Data().size()))
-        .Set(CURLOPT_CUSTOMREQUEST, request.Method().c_str());
-    if (!request.DataIsSecret()) {
-        curl.Set(CURLOPT_POSTFIELDS, request.Data().data());
+        .Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(data.size()));
+    if (!exchange.request.DataIsSecret()) {
+        curl.Set(CURLOPT_POSTFIELDS, data.data());
         return;
     }
-    secret.body = request.Data();
-    void* const context = &secret;
+    exchange.secret.body = data;
+    void* const context = &exchange.secret;
     curl.Set(CURLOPT_READFUNCTION, &GivePiece)
         .Set(CURLOPT_READDATA, context)
         .Set(CURLOPT_SEEKFUNCTION, &StartAgain)
         .Set(CURLOPT_SEEKDATA, context);
 }
 
-void SetCallbacks(CurlHandle& curl, Reception& reception) {
-    void* const context = &reception;
-    curl.Set(CURLOPT_WRITEFUNCTION, &TakeBody)
-        .Set(CURLOPT_WRITEDATA, context)
-        .Set(CURLOPT_HEADERFUNCTION, &TakeHeader)
-        .Set(CURLOPT_HEADERDATA, context)
-        .Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket)
-        .Set(CURLOPT_OPENSOCKETDATA, context)
-        .Set(CURLOPT_XFERINFOFUNCTION, &Progress)
-        .Set(CURLOPT_XFERINFODATA, context)
-        .Set(CURLOPT_NOPROGRESS, 0L);
+void SetRequest(CurlHandle& curl, OneExchange& exchange) {
+    const std::string& method = exchange.request.Method();
+    SetReception(curl, &exchange.reception);
+    curl.Set(CURLOPT_HTTPHEADER, exchange.headers.Get());
+    if (method == "HEAD") {
+        curl.Set(CURLOPT_NOBODY, 1L);  // else a body would be waited for
+        return;
+    }
+    SetBody(curl, exchange);
+    if (method != "POST") curl.Set(CURLOPT_CUSTOMREQUEST, method.c_str());  // the verb alone
+}
+
+/// Leaves nothing of the exchange on the handle. Only what an ordinary POST has set is taken back
+/// piece by piece; after any other exchange the handle is set up anew when it is used again. So it
+/// is after one whose URL has a query part: that of an upload comes once, and its signature is not
+/// to stay in memory.
+void ForgetExchange(PooledHandle& handle, const CHttpClientRequest& request) {
+    const bool ordinary = request.Method() == "POST" && !request.DataIsSecret() &&
+                          handle.target.text.find('?') == std::string::npos;
+    if (!ordinary) {
+        handle.curl.Reset();
+        handle.target = HttpTarget();
+        return;
+    }
+    SetReception(handle.curl, nullptr);
+    handle.curl.Set(CURLOPT_HTTPHEADER, nullptr).Set(CURLOPT_POSTFIELDS, nullptr);
 }
 
 std::optional<Failure> Refusal(const CurlLibrary& library, const HttpClientOptions& options,
@@ -294,59 +345,67 @@ std::optional<Failure> Refusal(const CurlLibrary& library, const HttpClientOptio
     return std::nullopt;
 }
 
-/// Fills `response`, and takes `target`, when it returns nothing.
+/// A handle that is set up for the request's URL, or why there is none.
+std::optional<Failure> TakeHandle(HttpTransport& transport, const std::string& url,
+                                  HttpLease& lease) {
+    lease = transport.Take(url);
+    if (!lease.handle.empty()) return std::nullopt;
+    auto target = ParseHttpTarget(url);
+    if (!target) return refusedUrl;
+    if (auto refusal = Refusal(transport.Library(), lease.generation->options, *target))
+        return refusal;
+    lease.handle = transport.TakeAny(lease.generation);
+    SetUp(lease.handle.front(), transport.Library(), std::move(*target));
+    return std::nullopt;
+}
+
+/// Fills `response` when it returns nothing.
 std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
-                                HttpTarget& target, CHttpClientResponse* response) {
-    const CurlLibrary& library = transport.Library();
-    const HttpGenerationPtr generation = transport.Generation();
-    const HttpClientOptions& options = generation->options;
-    if (const auto refusal = Refusal(library, options, target)) return refusal;
+                                CHttpClientResponse* response) {
     if (!IsToken(request.Method())) return refusedMethod;
     const auto headers = HeadersOf(request);
     if (!headers) return refusedHeader;
+    HttpLease lease;
+    if (auto failure = TakeHandle(transport, request.Url().Text(), lease)) return failure;
 
-    Reception reception;
-    reception.bodyLimit = options.maxResponseBytes;
-    reception.loopbackOnly = !target.tls && !options.allowPlainHttp;
-    HandleList handle = transport.Take(generation);
-    CurlHandle& curl = handle.front().curl;
+    PooledHandle& handle = lease.handle.front();
+    CurlHandle& curl = handle.curl;
+    const HttpClientOptions& options = lease.generation->options;
+    OneExchange exchange{request, *headers, {}, {}};
+    Reception& reception = exchange.reception;
     reception.curl = &curl;
-    for (const auto& [option, value] : fixedOptions)
-        curl.Set(option, value);
-    SetTrust(curl, library, options.caFile);
-    SetProxy(curl, target, options.proxy);
-    SetLimits(curl, options);
-    SecretBody secret;
-    SetRequest(curl, request, target, *headers, secret);
-    SetCallbacks(curl, reception);
+    reception.bodyLimit = options.maxResponseBytes;
+    reception.loopbackOnly = !handle.target.tls && !options.allowPlainHttp;
+    SetRequest(curl, exchange);
 
     const CURLcode code = curl.Perform();
     if (reception.failure != nullptr) return *reception.failure;
     if (code == CURLE_ABORTED_BY_CALLBACK) return ended;
     if (code == CURLE_OUT_OF_MEMORY) return noMemory;
     // The library keeps the TLS session all the same, and a resumed one shows the old certificate.
-    if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(generation);
+    if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(lease.generation);
     if (code != CURLE_OK)
         return Failure{ReasonOf(code), static_cast<std::int32_t>(code), curl_easy_strerror(code)};
     const auto status = static_cast<std::int32_t>(curl.Status());
-    if (!reception.surplus && curl.NoteConnection())
-        transport.GiveBack(std::move(handle), std::move(target));
+    if (!reception.surplus && curl.NoteConnection()) {
+        ForgetExchange(handle, request);
+        transport.GiveBack(std::move(lease.handle));
+    }
     if (response != nullptr) response->Deliver(status, std::move(reception.body));
     return std::nullopt;
 }
 
-/// The visit ends before any record is written, and a log handler runs.
+/// The visit ends before any record is written, and a log handler runs. `shown` is set for the
+/// record alone.
 std::optional<Failure> Attempt(const CHttpClientRequest& request, CHttpClientResponse* response,
                                std::string& shown) noexcept {
     const TransportVisit visit;
     if (visit.Get() == nullptr) return ended;
     try {
-        const std::string& url = request.Url().Text();
-        auto target = visit.Get()->TakeTarget(url);
-        if (!target) target = ParseHttpTarget(url);
-        if (!target) return refusedUrl;
-        shown = target->shown;
-        return Exchange(*visit.Get(), request, *target, response);
+        const auto failure = Exchange(*visit.Get(), request, response);
+        if (!failure) return std::nullopt;
+        if (auto target = ParseHttpTarget(request.Url().Text())) shown = std::move(target->shown);
+        return failure;
     } catch (const std::exception&) {
         return noMemory;
     }

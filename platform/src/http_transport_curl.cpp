@@ -103,11 +103,6 @@ void HttpTransport::Replace(HttpGenerationPtr generation, const HttpGeneration* 
     retired.swap(idle_);
 }
 
-HttpGenerationPtr HttpTransport::Generation() const {
-    const std::lock_guard lock(mutex_);
-    return current_;
-}
-
 /// Of the idle handles that will do, the one that this thread used last, or else the newest. The
 /// mutex is held.
 template <class WillDo>
@@ -119,42 +114,42 @@ HandleList::iterator HttpTransport::FindOwnFirst(WillDo willDo) {
     return own != idle_.end() ? own : std::find_if(idle_.begin(), idle_.end(), willDo);
 }
 
-std::optional<HttpTarget> HttpTransport::TakeTarget(const std::string& url) {
-    const std::lock_guard lock(mutex_);
-    const auto keeper = FindOwnFirst(
-        [&url](const auto& idle) { return idle.target.url != nullptr && idle.target.text == url; });
-    if (keeper == idle_.end()) return std::nullopt;
-    return std::exchange(keeper->target, HttpTarget());
+/// Whether a connection of the handle may be used again is asked without the lock.
+template <class WillDo>
+HttpLease HttpTransport::TakeIdle(WillDo willDo) {
+    for (;;) {
+        HttpLease lease;
+        HandleList aged;
+        {
+            const std::lock_guard lock(mutex_);
+            RemoveAgedInto(aged, Clock::now());
+            lease.generation = current_;
+            const auto handle = FindOwnFirst(willDo);
+            if (handle != idle_.end()) lease.handle.splice(lease.handle.begin(), idle_, handle);
+        }
+        if (lease.handle.empty() || !lease.handle.front().curl.HasStrayInput()) return lease;
+    }
 }
 
-HandleList HttpTransport::Take(const HttpGenerationPtr& generation) {
-    HandleList taken = TakeIdle(generation);
-    while (!taken.empty() && taken.front().curl.HasStrayInput())
-        taken = TakeIdle(generation);
+HttpLease HttpTransport::Take(const std::string& url) {
+    return TakeIdle([&url](const PooledHandle& idle) { return idle.Serves(url); });
+}
+
+HandleList HttpTransport::TakeAny(const HttpGenerationPtr& generation) {
+    HandleList taken =
+        TakeIdle([&](const PooledHandle& idle) { return idle.generation == generation; }).handle;
     if (taken.empty()) taken.emplace_front(generation);
     return taken;
 }
 
-HandleList HttpTransport::TakeIdle(const HttpGenerationPtr& generation) {
-    HandleList taken;
-    HandleList aged;
-    const std::lock_guard lock(mutex_);  // last: aged handles are closed after its release
-    RemoveAgedInto(aged, Clock::now());
-    const auto handle = FindOwnFirst([&](const auto& /*idle*/) { return generation == current_; });
-    if (handle != idle_.end()) taken.splice(taken.begin(), idle_, handle);
-    return taken;
-}
-
-void HttpTransport::GiveBack(HandleList handle, HttpTarget target) noexcept {
-    handle.front().curl.Reset();
-    // A query part is that of an upload: it comes once, and its signature is not to stay in memory.
-    if (target.text.find('?') == std::string::npos) handle.front().target = std::move(target);
+void HttpTransport::GiveBack(HandleList handle) noexcept {
     HandleList surplus;
-    const std::lock_guard lock(mutex_);  // last: surplus, aged and outdated handles outlast it
-    if (handle.front().generation != current_) return;
+    PooledHandle& given = handle.front();
     const auto now = Clock::now();
-    handle.front().idleSince = now;
-    handle.front().lastUser = std::this_thread::get_id();
+    given.idleSince = now;
+    given.lastUser = std::this_thread::get_id();
+    const std::lock_guard lock(mutex_);  // last: surplus, aged and outdated handles outlast it
+    if (given.generation != current_) return;
     idle_.splice(idle_.begin(), handle);
     RemoveAgedInto(surplus, now);
     if (idle_.size() > maxIdleHandles)

@@ -11,7 +11,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -33,16 +32,27 @@ struct PooledHandle {
     explicit PooledHandle(const HttpGenerationPtr& owner)
         : generation(owner), curl(owner->share.Get()) {}
 
+    bool Serves(const std::string& url) const {
+        return target.url != nullptr && target.text == url;
+    }
+
     HttpGenerationPtr generation;  // first: the share in it outlives the handle
+    /// Where `curl` is set up to go; empty when it is not set up. Before it: `curl` points here.
+    HttpTarget target;
     CurlHandle curl;
     std::chrono::steady_clock::time_point idleSince;
     std::thread::id lastUser;  ///< a hint: the system hands ids out again
-    HttpTarget target;         ///< one that it served, for the next exchange there; or empty
 };
 
 /// A list, since a handle then changes hands without memory being allocated: no answer is lost for
 /// lack of memory once it has arrived.
 using HandleList = std::list<PooledHandle>;
+
+/// What one look at the pool gives to an exchange.
+struct HttpLease {
+    HttpGenerationPtr generation;  ///< that of the moment
+    HandleList handle;             ///< one of that generation, or none
+};
 
 /// The HTTP and TLS libraries, started for as long as this lives.
 struct CurlLibrary : private Oak::Base::CNoncopyable {
@@ -67,33 +77,33 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     const CurlLibrary& Library() const noexcept { return library_; }
 
     void SetOptions(const HttpClientOptions& options);
-    HttpGenerationPtr Generation() const;
 
     /// From now on the options are these, but nothing that this generation remembers is used.
     void Forget(const HttpGenerationPtr& generation);
 
-    /// The target that `url` names, if an idle handle keeps it: it needn't be parsed again. Taken
-    /// away from there, since one thread at a time may use it.
-    std::optional<HttpTarget> TakeTarget(const std::string& url);
+    /// An idle handle that is set up for `url`, if there is one: the one that this thread used
+    /// last, since the thread that serves its connection is mostly near; or the newest.
+    HttpLease Take(const std::string& url);
 
-    /// A list of one handle of this generation: the idle one that this thread used last, since the
-    /// thread that serves its connection is mostly near; or the newest idle one; or a new one.
-    HandleList Take(const HttpGenerationPtr& generation);
+    /// A list of one handle of this generation, set up for anything or nothing: an idle one, chosen
+    /// in the same way; or a new one.
+    HandleList TakeAny(const HttpGenerationPtr& generation);
 
-    /// Takes back a handle whose exchange, with `target`, ended well. After any other end the
-    /// caller destroys it: nobody knows what its connections still carry.
-    void GiveBack(HandleList handle, HttpTarget target) noexcept;
+    /// Takes back a handle whose exchange ended well, with nothing of it left there. After any
+    /// other end the caller destroys it: nobody knows what its connections still carry.
+    void GiveBack(HandleList handle) noexcept;
 
  private:
     template <class WillDo>
+    HttpLease TakeIdle(WillDo willDo);
+    template <class WillDo>
     HandleList::iterator FindOwnFirst(WillDo willDo);
-    HandleList TakeIdle(const HttpGenerationPtr& generation);
     void Replace(HttpGenerationPtr generation, const HttpGeneration* replaced);
     void RemoveAgedInto(HandleList& aged,
                         std::chrono::steady_clock::time_point now) noexcept;  // mutex_ is held
 
     const CurlLibrary library_;  // first: started before, ended after all that uses it
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     HttpGenerationPtr current_;  // guarded by mutex_
     HandleList idle_;            // guarded by mutex_; newest first, all of current_
 };
