@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -54,15 +55,23 @@ StorePtr StoreOf(std::string_view pem) {
     return some ? std::move(store) : nullptr;
 }
 
-ChainEnginePtr EngineOf(HCERTSTORE roots) {
-    CERT_CHAIN_ENGINE_CONFIG config{};
-    config.cbSize = sizeof config;
-    config.hExclusiveRoot = roots;
-    // An intermediate certificate in the file is trusted, too, without the one that issued it.
-    config.dwExclusiveFlags = CERT_CHAIN_EXCLUSIVE_ENABLE_CA_FLAG;
+ChainEnginePtr EngineOf(CERT_CHAIN_ENGINE_CONFIG config, std::size_t size) {
+    config.cbSize = static_cast<DWORD>(size);
     HCERTCHAINENGINE engine = nullptr;
     return ChainEnginePtr(CertCreateCertificateChainEngine(&config, &engine) != FALSE ? engine
                                                                                       : nullptr);
+}
+
+ChainEnginePtr EngineOf(HCERTSTORE roots) {
+    CERT_CHAIN_ENGINE_CONFIG config{};
+    config.hExclusiveRoot = roots;
+    // An intermediate certificate in the file is trusted, too, without the one that issued it.
+    config.dwExclusiveFlags = CERT_CHAIN_EXCLUSIVE_ENABLE_CA_FLAG;
+    ChainEnginePtr engine = EngineOf(config, sizeof config);
+    // Older systems know but the shorter record, and trust none but self-signed certificates.
+    return engine != nullptr
+               ? std::move(engine)
+               : EngineOf(config, offsetof(CERT_CHAIN_ENGINE_CONFIG, dwExclusiveFlags));
 }
 
 ChainPtr ChainOf(HCERTCHAINENGINE engine, const CERT_CONTEXT& certificate) {

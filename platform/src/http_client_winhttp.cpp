@@ -31,6 +31,8 @@ constexpr Failure refusedPlainHttp{"refused URL", ERROR_WINHTTP_UNRECOGNIZED_SCH
                                    "plain http to another machine is not allowed"};
 constexpr Failure unusableFile{"certificate", ERROR_FILE_INVALID,
                                "the file of trusted certificates is of no use"};
+constexpr Failure unenforceable{"certificate", ERROR_NOT_SUPPORTED,
+                                "this system can't be held to a file of trusted certificates"};
 constexpr Failure notUsable{"could not connect", ERROR_WINHTTP_INCORRECT_HANDLE_STATE,
                             "no session with the HTTP library, or a proxy it can't use"};
 constexpr Failure noAddress{"could not connect", ERROR_WINHTTP_NAME_NOT_RESOLVED,
@@ -39,6 +41,8 @@ constexpr Failure overLimit{"limit", ERROR_FILE_TOO_LARGE, "the answer is too la
 constexpr Failure bodyTooLarge{"limit", ERROR_ARITHMETIC_OVERFLOW, "a body of 4 GiB or more"};
 constexpr Failure noMemory{"limit", ERROR_NOT_ENOUGH_MEMORY, "no memory"};
 constexpr Failure cutOff{"cut off", ERROR_HANDLE_EOF, "the answer ended early"};
+constexpr Failure notFinal{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
+                           "an interim answer in place of the answer"};
 constexpr Failure badLength{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                             "the answer's length is not a number"};
 /// Tells nobody: where the process is ending the handler's own world may be gone.
@@ -142,6 +146,10 @@ bool IsBodiless(const std::string& method, DWORD status) {
            status == HTTP_STATUS_NOT_MODIFIED;
 }
 
+bool IsInterim(DWORD status) {
+    return status / 100 == 1 && status != HTTP_STATUS_SWITCH_PROTOCOLS;
+}
+
 struct Length {
     std::optional<std::uint64_t> announced;
     std::optional<Failure> failure;
@@ -182,6 +190,7 @@ std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const std::string& m
                                      std::uint64_t limit, Answer& answer) {
     if (request.HeadSize() > maxHeaderBytes) return overLimit;
     if (const DWORD error = request.Status(answer.status)) return FailureOf(error);
+    if (IsInterim(answer.status)) return notFinal;
     if (IsBodiless(method, answer.status)) return std::nullopt;
     return ReceiveBody(request, limit, answer.body);
 }
@@ -253,6 +262,7 @@ std::optional<Failure> Exchange(const HttpTransport& transport, const CHttpClien
     if (request.Data().size() > std::numeric_limits<DWORD>::max()) return bodyTooLarge;
     std::shared_ptr<const CertificateTrust> trust;
     if (target.tls && !generation->options.caFile.empty()) {
+        if (!ClosingStopsSending()) return unenforceable;
         trust = generation->Trust();
         if (trust == nullptr) return unusableFile;
     }

@@ -44,6 +44,13 @@ void KeepModuleLoaded() noexcept {
 
 }  // namespace
 
+bool ClosingStopsSending() noexcept {
+    // Wine, which has this function, carries on with a request that was closed.
+    static const bool stops =
+        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
+    return stops;
+}
+
 HttpDeadlines::HttpDeadlines(const HttpClientOptions& options) {
     const auto now = Clock::now();
     finished = now + milliseconds(Milliseconds(options.totalTimeoutMs));

@@ -25,6 +25,11 @@ struct HttpDeadlines {
     Clock::time_point finished;
 };
 
+/// Whether a request that is closed when the library says that it is about to send goes no further:
+/// what the trust in a file of certificates rests on. So it is on Windows; what stands in for it
+/// may send all the same.
+bool ClosingStopsSending() noexcept;
+
 struct EventDeleter {
     void operator()(HANDLE event) const noexcept { CloseHandle(event); }
 };
@@ -41,8 +46,8 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines);
     ~AsyncRequest();
 
-    /// `trust`, where it isn't null, is what the server's certificate is judged by before anything
-    /// of the request goes out.
+    /// `trust`, where it isn't null, is what the server's certificate is judged by, and before
+    /// anything of the request goes out if ClosingStopsSending().
     static DWORD Open(const std::shared_ptr<AsyncRequest>& request, const HttpTarget& target,
                       const std::string& method, std::shared_ptr<const CertificateTrust> trust);
 
