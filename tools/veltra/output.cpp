@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace tool {
@@ -90,21 +91,24 @@ ErrorLines& errorLines() {
     return lines;
 }
 
-// One piece, so that the lines of several threads don't mix.
+// One piece, so that the lines of several threads don't mix. Past the stream itself, which would
+// hand on standard output first, whatever another thread does with that.
 void writeError(const std::string& text) {
-    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+    auto& buffer = *std::cerr.rdbuf();
+    buffer.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    buffer.pubsync();
 }
 
-/// Why standard output was lost; 0 as long as it wasn't.
-int& lossReason() {
-    static int reason = 0;
-    return reason;
+/// Whether standard output was lost because nobody reads it any more; nothing unless it was lost.
+std::optional<bool>& outputLoss() {
+    static std::optional<bool> loss;
+    return loss;
 }
 
-void flushOutput() {
+void writeOutput(std::string_view text) {
     errno = 0;
-    std::cout.flush();
-    if (!std::cout && lossReason() == 0) lossReason() = errno;
+    std::cout << text << std::flush;
+    if (!std::cout && !outputLoss()) outputLoss() = readerIsGone();
 }
 
 }  // namespace
@@ -122,8 +126,7 @@ std::string printable(std::string_view text) {
 }
 
 void printLine(std::string_view text) {
-    std::cout << text << '\n';
-    flushOutput();
+    writeOutput(std::string(text) + '\n');
 }
 
 bool outputIsLost() {
@@ -220,9 +223,9 @@ void reportFailure(bool json, const Failure& failure) {
 }
 
 bool finishOutput() {
-    flushOutput();
+    writeOutput("");
     if (std::cout && std::ferror(stdout) == 0) return true;
-    if (lossReason() == EPIPE) return false;
+    if (outputLoss().value_or(false)) return false;
     complain("veltra: cannot write to standard output");
     return false;
 }

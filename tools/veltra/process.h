@@ -33,6 +33,9 @@ void prepareStandardStreams();
 /// Standard input in UTF-8, as far as what writes to it does its part.
 std::istream& standardInput();
 
+/// Whether the write that has just failed did so since nobody will read any more.
+bool readerIsGone();
+
 bool errorGoesToTerminal();
 bool outputGoesToTerminal();
 

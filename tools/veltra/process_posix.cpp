@@ -71,6 +71,10 @@ std::istream& standardInput() {
     return std::cin;
 }
 
+bool readerIsGone() {
+    return errno == EPIPE;
+}
+
 bool errorGoesToTerminal() {
     return isatty(STDERR_FILENO) == 1;
 }

@@ -8,12 +8,14 @@
 #include <share.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <streambuf>
+#include <utility>
 
 namespace tool {
 
@@ -27,20 +29,6 @@ bool isConsole(DWORD stream) {
     DWORD mode = 0;
     return GetConsoleMode(GetStdHandle(stream), &mode) != FALSE;
 }
-
-/// What the console makes of this program's bytes; other programs share it afterwards.
-class ConsoleInUtf8 {
- public:
-    ConsoleInUtf8() : before_(GetConsoleOutputCP()) { SetConsoleOutputCP(CP_UTF8); }
-    ~ConsoleInUtf8() {
-        if (before_ != 0) SetConsoleOutputCP(before_);
-    }
-    ConsoleInUtf8(const ConsoleInUtf8&) = delete;
-    ConsoleInUtf8& operator=(const ConsoleInUtf8&) = delete;
-
- private:
-    const UINT before_;
-};
 
 /// What is typed at a console. The C runtime would hand it on in the console's code page.
 class ConsoleInput : public std::streambuf {
@@ -58,6 +46,45 @@ class ConsoleInput : public std::streambuf {
 
     std::string text_;
 };
+
+/// What is shown on a console. Wide text needs no code page, which all programs of a console share.
+class ConsoleOutput : public std::streambuf {
+ public:
+    explicit ConsoleOutput(DWORD stream) : stream_(stream) {}
+
+ private:
+    int_type overflow(int_type byte) override {
+        if (!traits_type::eq_int_type(byte, traits_type::eof()))
+            text_ += traits_type::to_char_type(byte);
+        return traits_type::not_eof(byte);
+    }
+
+    std::streamsize xsputn(const char* text, std::streamsize size) override {
+        text_.append(text, static_cast<std::size_t>(size));
+        return size;
+    }
+
+    int sync() override {
+        constexpr std::size_t kPiece = 8192;  // older systems take no more than 64 KiB at once
+        const std::wstring wide = wideText(std::exchange(text_, {}));
+        for (std::size_t at = 0; at < wide.size(); at += kPiece) {
+            const auto size = static_cast<DWORD>(std::min(kPiece, wide.size() - at));
+            DWORD written = 0;
+            if (WriteConsoleW(GetStdHandle(stream_), wide.data() + at, size, &written, nullptr) ==
+                FALSE)
+                return -1;
+        }
+        return 0;
+    }
+
+    const DWORD stream_;
+    std::string text_;
+};
+
+/// For good: the standard library hands its streams on after all else.
+void showOnConsole(std::ostream& stream, DWORD handle) {
+    if (isConsole(handle)) stream.rdbuf(new ConsoleOutput(handle));
+}
 
 /// For the C runtime and for the library, which writes past it.
 bool pointOutputTo(int descriptor) {
@@ -102,7 +129,8 @@ CommandLine::CommandLine(int /*argc*/, char** /*argv*/) {
 void prepareStandardStreams() {
     for (const int descriptor : {kInput, kOutput, kError})
         static_cast<void>(_setmode(descriptor, _O_BINARY));
-    static const ConsoleInUtf8 untilTheEnd;
+    showOnConsole(std::cout, STD_OUTPUT_HANDLE);
+    showOnConsole(std::cerr, STD_ERROR_HANDLE);
 }
 
 std::istream& standardInput() {
@@ -110,6 +138,13 @@ std::istream& standardInput() {
     static ConsoleInput console;
     static std::istream input(&console);
     return input;
+}
+
+bool readerIsGone() {
+    // As the system has it: the C runtime makes several errors of it.
+    const auto error = _doserrno;
+    return error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA ||
+           error == ERROR_PIPE_NOT_CONNECTED;
 }
 
 bool errorGoesToTerminal() {
