@@ -25,23 +25,25 @@ foreach(header Oak/Base/Export.h Oak/Net/HttpClientOptions.h qlog/qlog.h)
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT development)
 endforeach()
 
-# The file finds the library beside itself and the prefix from there, wherever the tree was moved to.
-# Only a library folder outside the prefix ties it to the prefix of the configuration.
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
-  set(veltra_pc_prefix "${CMAKE_INSTALL_PREFIX}")
-else()
-  file(RELATIVE_PATH veltra_pc_up "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
-  string(REGEX REPLACE "/$" "" veltra_pc_up "${veltra_pc_up}")
-  set(veltra_pc_prefix "\${pcfiledir}/${veltra_pc_up}")
+if(NOT WIN32)  # where hosts have no pkg-config
+  # The file finds the library beside itself and the prefix from there, wherever the tree was moved to.
+  # Only a library folder outside the prefix ties it to the prefix of the configuration.
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    set(veltra_pc_prefix "${CMAKE_INSTALL_PREFIX}")
+  else()
+    file(RELATIVE_PATH veltra_pc_up "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+    string(REGEX REPLACE "/$" "" veltra_pc_up "${veltra_pc_up}")
+    set(veltra_pc_prefix "\${pcfiledir}/${veltra_pc_up}")
+  endif()
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+    set(veltra_pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}")
+  else()
+    set(veltra_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+  endif()
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/veltra.pc.in ${PROJECT_BINARY_DIR}/veltra.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/veltra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
 endif()
-if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
-  set(veltra_pc_includedir "${CMAKE_INSTALL_INCLUDEDIR}")
-else()
-  set(veltra_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
-endif()
-configure_file(${CMAKE_CURRENT_LIST_DIR}/veltra.pc.in ${PROJECT_BINARY_DIR}/veltra.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/veltra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT development)
 
 # --- tools: the programs, their manual pages and completions ----------------------------------------
 

@@ -1,9 +1,19 @@
 #!/usr/bin/env bash
-# The dynamic symbol table shows the exported functions and classes and nothing else:
+# The dynamic symbol table, or the export table of a DLL, shows the exported functions and classes and
+# nothing else:
 #     check_exports.sh LIBRARY
 set -euo pipefail
 
-shown=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
+exports() {
+  if [[ "$1" == *.dll ]]; then
+    x86_64-w64-mingw32-objdump --private-headers "$1" \
+      | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^.*\] *\([^] ]*\)$/\1/p' | grep -v Table | c++filt
+  else
+    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-
+  fi
+}
+
+shown=$(exports "$1")
 classes='CAiHelper|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage|LLMComment'
 allowed="^(Veltra::(Veltra_[A-Za-z]+|ConvertTime|SetFirstDayOfWeek)\(.*\)"
 allowed+="|Veltra::($classes)::.*"

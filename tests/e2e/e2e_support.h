@@ -1,10 +1,10 @@
 #ifndef VELTRA_TESTS_E2E_SUPPORT_H
 #define VELTRA_TESTS_E2E_SUPPORT_H
 
+#include "e2e/calls.h"
 #include "gateway/gateway.h"
 
 #include <Oak/Net/HttpClientOptions.h>
-#include <Veltra/Veltra.h>
 
 #include <unistd.h>
 
@@ -38,36 +38,6 @@ inline gateway::Options Serve(bool tls) {
     options.tls = tls;
     options.keys = {{"good", "secret"}};
     return options;
-}
-
-inline bool LogIn(const std::string& appKey = "good") {
-    auto info = std::make_shared<Veltra::CLicenseInfo>();
-    info->SetLicenseKey("", {{appKey, "secret"}});
-    return Veltra::Veltra_Authentication(Veltra::ProductType::Default, info);
-}
-
-/// Runs a query; gives its answer, or "code: message" when it failed or left an error behind.
-inline bool Query(std::string& text, const std::string& name, const std::string& traceId = "t-1",
-                  Veltra::FilterType filter = Veltra::FilterType::None) {
-    const auto message = std::make_shared<Veltra::CHumanMessage>();
-    message->SetElements("greeting", {{"name", name}, {"place", "here"}});
-    message->SetSessionID(traceId);
-    message->SetFilterType(filter);
-    const auto session = Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
-    std::shared_ptr<Veltra::CLLMMessage> answer;
-    const bool answered = session->ExecuteQuery(message, answer);
-    std::int32_t code = 0;
-    std::string error;
-    session->GetErrorInfo(code, error);
-    text = answered && code == 0 && error.empty() ? answer->GetContent()
-                                                  : std::to_string(code) + ": " + error;
-    return answered;
-}
-
-inline std::string Ask(const std::string& name = "World", const std::string& traceId = "t-1") {
-    std::string text;
-    Query(text, name, traceId);
-    return text;
 }
 
 }  // namespace e2e
