@@ -242,4 +242,49 @@ TEST_F(HttpClientTest, WaitsForNoBodyAfterHead) {
     EXPECT_EQ(outcome.Body(), "");
 }
 
+/// On one handle after each other, in every order of two, each request looks as it does on a handle
+/// of its own.
+TEST_F(HttpClientTest, LeavesNothingOfAnExchangeToTheNext) {
+    RawServer server([](RawServer::Peer& peer) {
+        for (std::string request; !(request = peer.ReadRequest()).empty();)
+            peer.Write(request.rfind("HEAD", 0) == 0 ? ok.substr(0, ok.size() - 2) : ok);
+    });
+    HttpClientOptions options;
+    options.proxy = server.Url();
+    options.allowPlainHttp = true;
+    const std::string here = server.Url("/a");
+    std::vector<CHttpClientRequest> requests = {
+        Request("POST", here, "X-One", "1", "a/b", "body"),
+        Request("POST", here, "X-Two", "2"),
+        Request("HEAD", here, "X-Three", "3"),
+        Request("PUT", here, "X-Four", "4", "", "longer body"),
+        Request("POST", here + "?q", "X-Five", "5", "c/d", "query"),
+        Request("POST", "http://gateway.invalid/a", "X-Six", "6", "", "through the proxy"),
+        Request("POST", here, "X-Seven", "7"),
+    };
+    requests.back().SetSecretData("a secret of more than one piece of sixteen");
+    const auto send = [&server](const CHttpClientRequest& request) {
+        const Outcome outcome = Send(request);
+        return outcome.Body() + '|' + outcome.error.text + '|' + server.Requests().back();
+    };
+    std::vector<std::string> alone;
+    for (const auto& request : requests) {
+        SetHttpClientOptions(options);  // no handle of before is used again
+        alone.push_back(send(request));
+    }
+    SetHttpClientOptions(options);
+    const auto connections = server.Connections();
+    for (std::size_t first = 0; first < requests.size(); ++first) {
+        for (std::size_t second = 0; second < requests.size(); ++second) {
+            SCOPED_TRACE(std::to_string(first) + " then " + std::to_string(second));
+            EXPECT_EQ(send(requests[first]), alone[first]);
+            EXPECT_EQ(send(requests[second]), alone[second]);
+        }
+    }
+    // They did share a handle: it has one to the server, and one to it as the proxy.
+    if (!onWindows) {
+        EXPECT_EQ(server.Connections(), connections + 2);
+    }
+}
+
 }  // namespace
