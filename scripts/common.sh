@@ -15,7 +15,7 @@ build_packages=(
 test_packages=(
   gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libbenchmark-dev binutils git
   cppcheck shellcheck valgrind faketime gdb
-  abigail-tools chromium chromium-driver doxygen dpkg-dev file libspdlog-dev python3
+  abigail-tools chromium chromium-driver curl doxygen dpkg-dev file libspdlog-dev python3
 )
 
 # What the benchmarks need beyond the first list: their library, and what makes table and plots.
