@@ -262,7 +262,7 @@ std::optional<Failure> Exchange(const HttpTransport& transport, const CHttpClien
     if (request.Data().size() > std::numeric_limits<DWORD>::max()) return bodyTooLarge;
     std::shared_ptr<const CertificateTrust> trust;
     if (target.tls && !generation->options.caFile.empty()) {
-        if (!ClosingStopsSending()) return unenforceable;
+        if (!CanJudgeServers()) return unenforceable;
         trust = generation->Trust();
         if (trust == nullptr) return unusableFile;
     }

@@ -42,13 +42,25 @@ void KeepModuleLoaded() noexcept {
                            reinterpret_cast<LPCWSTR>(&KeepModuleLoaded), &module));
 }
 
-}  // namespace
-
+/// Wine, which has this function, carries on with a request that was closed.
 bool ClosingStopsSending() noexcept {
-    // Wine, which has this function, carries on with a request that was closed.
     static const bool stops =
         GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
     return stops;
+}
+
+/// Wine hands a kept connection on to sessions that don't share the file it was trusted by.
+DWORD DisabledWithTrust() noexcept {
+    return ClosingStopsSending() ? 0 : WINHTTP_DISABLE_KEEP_ALIVE;
+}
+
+std::atomic<int> threadsHeld{0};
+
+}  // namespace
+
+bool CanJudgeServers() noexcept {
+    constexpr int mostHeld = 8;  // of some hundreds that a process has for all its libraries
+    return ClosingStopsSending() || threadsHeld.load() < mostHeld;
 }
 
 HttpDeadlines::HttpDeadlines(const HttpClientOptions& options) {
@@ -112,7 +124,9 @@ DWORD AsyncRequest::Prepare() {
     if (const DWORD error =
             SetNumber(handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, static_cast<DWORD>(whole)))
         return error;
-    if (const DWORD error = SetNumber(handle, WINHTTP_OPTION_DISABLE_FEATURE, disabledFeatures))
+    if (const DWORD error =
+            SetNumber(handle, WINHTTP_OPTION_DISABLE_FEATURE,
+                      disabledFeatures | (trust_ != nullptr ? DisabledWithTrust() : 0)))
         return error;
     // Its default is a quarter of ours. Where it can't be set, HeadSize tells.
     static_cast<void>(SetNumber(handle, WINHTTP_OPTION_MAX_RESPONSE_HEADER_SIZE,
@@ -257,9 +271,18 @@ void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD 
 
 /// The last moment at which the library can be stopped: TLS stands, and nothing has gone out.
 void AsyncRequest::JudgeServer(HINTERNET handle) noexcept {
-    if (trust_ == nullptr || IsTrusted(handle)) return;
+    if (trust_ != nullptr && !IsTrusted(handle)) StopSending();
+}
+
+/// Where closing the request isn't enough, the thread that would send it never returns to do so: it
+/// is the system's, and is held until the process ends. The caller's goes on.
+void AsyncRequest::StopSending() noexcept {
     untrusted_.store(true);
     CloseHandleOnce();
+    if (ClosingStopsSending()) return;
+    threadsHeld.fetch_add(1);
+    SetEvent(event_.get());
+    Sleep(INFINITE);
 }
 
 bool AsyncRequest::IsTrusted(HINTERNET handle) const noexcept {

@@ -25,10 +25,9 @@ struct HttpDeadlines {
     Clock::time_point finished;
 };
 
-/// Whether a request that is closed when the library says that it is about to send goes no further:
-/// what the trust in a file of certificates rests on. So it is on Windows; what stands in for it
-/// may send all the same.
-bool ClosingStopsSending() noexcept;
+/// Whether a server can be judged by a file of certificates before anything goes out to it. It can
+/// on Windows; see AsyncRequest::StopSending for what may only stand in for it.
+bool CanJudgeServers() noexcept;
 
 struct EventDeleter {
     void operator()(HANDLE event) const noexcept { CloseHandle(event); }
@@ -46,8 +45,8 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines);
     ~AsyncRequest();
 
-    /// `trust`, where it isn't null, is what the server's certificate is judged by, and before
-    /// anything of the request goes out if ClosingStopsSending().
+    /// `trust`, where it isn't null, is what the server's certificate is judged by before anything
+    /// of the request goes out.
     static DWORD Open(const std::shared_ptr<AsyncRequest>& request, const HttpTarget& target,
                       const std::string& method, std::shared_ptr<const CertificateTrust> trust);
 
@@ -83,6 +82,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     DWORD Prepare();
     bool IsTrusted(HINTERNET handle) const noexcept;
     void JudgeServer(HINTERNET handle) noexcept;
+    void StopSending() noexcept;
     void Complete(DWORD error, DWORD bytes) noexcept;
     DWORD Await(BOOL started);
     bool AwaitClosed() noexcept;
