@@ -511,6 +511,8 @@ void CAIManager::MonitorLoop() {
         std::unique_lock<std::mutex> lock(cvMutex_);
         Oak::Base::Clock::WaitFor(cv_, lock, std::chrono::milliseconds(checkIntervalMs_), told);
     }
+    // All that this thread may still do is to unload the module, and free the manager with it.
+    onMonitorThread = false;
 }
 
 void CAIManager::start() {
