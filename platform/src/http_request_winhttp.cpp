@@ -42,16 +42,9 @@ void KeepModuleLoaded() noexcept {
                            reinterpret_cast<LPCWSTR>(&KeepModuleLoaded), &module));
 }
 
-/// Wine, which has this function, carries on with a request that was closed.
-bool ClosingStopsSending() noexcept {
-    static const bool stops =
-        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
-    return stops;
-}
-
 /// Wine hands a kept connection on to sessions that don't share the file it was trusted by.
 DWORD DisabledWithTrust() noexcept {
-    return ClosingStopsSending() ? 0 : WINHTTP_DISABLE_KEEP_ALIVE;
+    return OnWindowsItself() ? 0 : WINHTTP_DISABLE_KEEP_ALIVE;
 }
 
 std::atomic<int> threadsHeld{0};
@@ -60,7 +53,7 @@ std::atomic<int> threadsHeld{0};
 
 bool CanJudgeServers() noexcept {
     constexpr int mostHeld = 8;  // of some hundreds that a process has for all its libraries
-    return ClosingStopsSending() || threadsHeld.load() < mostHeld;
+    return OnWindowsItself() || threadsHeld.load() < mostHeld;
 }
 
 HttpDeadlines::HttpDeadlines(const HttpClientOptions& options) {
@@ -274,12 +267,12 @@ void AsyncRequest::JudgeServer(HINTERNET handle) noexcept {
     if (trust_ != nullptr && !IsTrusted(handle)) StopSending();
 }
 
-/// Where closing the request isn't enough, the thread that would send it never returns to do so: it
-/// is the system's, and is held until the process ends. The caller's goes on.
+/// Closing the request is enough, but not for Wine. There the thread that would send it never
+/// returns to do so: it is the library's, and is held until the process ends. The caller's goes on.
 void AsyncRequest::StopSending() noexcept {
     untrusted_.store(true);
     CloseHandleOnce();
-    if (ClosingStopsSending()) return;
+    if (OnWindowsItself()) return;
     threadsHeld.fetch_add(1);
     SetEvent(event_.get());
     Sleep(INFINITE);

@@ -25,8 +25,8 @@ struct HttpDeadlines {
     Clock::time_point finished;
 };
 
-/// Whether a server can be judged by a file of certificates before anything goes out to it. It can
-/// on Windows; see AsyncRequest::StopSending for what may only stand in for it.
+/// Whether a server can be judged by a file of certificates before anything goes out to it: always
+/// on Windows, and under Wine until too many servers have failed; see AsyncRequest::StopSending.
 bool CanJudgeServers() noexcept;
 
 struct EventDeleter {

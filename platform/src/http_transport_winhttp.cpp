@@ -99,7 +99,10 @@ HttpGeneration::HttpGeneration(const HttpClientOptions& wanted)
       proxied_(OpenProxied(wanted.proxy)) {}
 
 HINTERNET HttpGeneration::SessionFor(const HttpTarget& target) const noexcept {
-    return target.loopback || options.proxy == noProxy ? direct_.get() : proxied_.get();
+    if (target.loopback || options.proxy == noProxy) return direct_.get();
+    if (!target.tls || OnWindowsItself()) return proxied_.get();
+    // Wine shows the proxy the fields that only the server may see.
+    return options.proxy.empty() ? direct_.get() : nullptr;
 }
 
 std::shared_ptr<const CertificateTrust> HttpGeneration::Trust() const {

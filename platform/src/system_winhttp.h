@@ -1,7 +1,8 @@
 #ifndef OAK_NET_SYSTEM_WINHTTP_H
 #define OAK_NET_SYSTEM_WINHTTP_H
 
-// The system's headers for the HTTP client, in the one order that they can bear.
+// The system's headers for the HTTP client, in the one order that they can bear, and what system it
+// is.
 
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
@@ -17,5 +18,12 @@
 #include <wincrypt.h>
 #include <winhttp.h>
 // clang-format on
+
+namespace Oak::Net {
+
+/// False under Wine, whose HTTP library lacks some of what this client builds on.
+bool OnWindowsItself() noexcept;
+
+}  // namespace Oak::Net
 
 #endif
