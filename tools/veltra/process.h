@@ -13,6 +13,8 @@ namespace tool {
 class CommandLine {
  public:
     CommandLine(int argc, char** argv);
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
 
     int count() const { return static_cast<int>(values_.size()) - 1; }
     char** values() { return values_.data(); }  ///< a null pointer ends them
