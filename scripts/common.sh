@@ -26,7 +26,8 @@ bench_packages=(libbenchmark-dev python3)
 # shellcheck disable=SC2034
 windows_packages=(
   g++-mingw-w64-x86-64-posix wine64 cmake ninja-build pkg-config
-  libboost-dev rapidjson-dev libcli11-dev googletest dpkg-dev make perl ca-certificates
+  libboost-dev rapidjson-dev libcli11-dev googletest dpkg-dev make perl openssl
+  ca-certificates
 )
 
 say() { printf '%s\n' "$*" >&2; }
