@@ -3,7 +3,7 @@
 
 #include "scripted/login.h"
 
-#include <barrier>
+#include <atomic>
 #include <thread>
 
 namespace {
@@ -68,12 +68,14 @@ TEST_F(ManagerTest, FreshProcess) {
 }
 
 TEST_F(ManagerTest, FirstCallsAtOnceMeetOneInstance) {
-    std::barrier together(8);
+    std::atomic<std::size_t> missing{8};
     std::vector<Veltra::CAIManager*> found(8);
     std::vector<std::jthread> threads;
     for (auto& each : found) {
-        threads.emplace_back([&together, &each] {
-            together.arrive_and_wait();
+        threads.emplace_back([&missing, &each] {
+            --missing;
+            while (missing != 0)
+                std::this_thread::yield();
             each = Veltra::CAIManager::GetInstance();
         });
     }

@@ -4,30 +4,40 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <limits>
+#include <mutex>
 #include <thread>
 
 namespace {
 
 using namespace scripted;
 
-/// A point that answers wait at until the test opens it.
+/// A point that answers wait at until the test opens it. With a condition variable: not every
+/// standard library wakes all who wait on an atomic.
 class Gate {
  public:
     void Pass() {
+        std::unique_lock lock(mutex_);
         ++waiting_;
-        open_.wait(false);
+        opened_.wait(lock, [this] { return open_; });
         --waiting_;
     }
     void Open() {
+        const std::lock_guard lock(mutex_);
         open_ = true;
-        open_.notify_all();
+        opened_.notify_all();
     }
-    int Waiting() const { return waiting_; }
+    int Waiting() const {
+        const std::lock_guard lock(mutex_);
+        return waiting_;
+    }
 
  private:
-    std::atomic<int> waiting_{0};
-    std::atomic<bool> open_{false};
+    mutable std::mutex mutex_;
+    std::condition_variable opened_;
+    int waiting_ = 0;
+    bool open_ = false;
 };
 
 void RaiseTo(std::atomic<int>& most, int value) {
