@@ -35,6 +35,7 @@ class ImportedAuthority {
             CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"Root");
         EXPECT_TRUE(CertAddEncodedCertificateToStore(store_, X509_ASN_ENCODING, bytes.data(), size,
                                                      CERT_STORE_ADD_REPLACE_EXISTING, &added_));
+        EXPECT_TRUE(CertControlStore(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr));  // for others
     }
     ~ImportedAuthority() {
         CertDeleteCertificateFromStore(added_);
