@@ -93,10 +93,8 @@ ChainPtr ChainOf(HCERTCHAINENGINE engine, const CERT_CONTEXT& certificate) {
 /// `host` as in a URL: an IPv6 address stands in brackets there, and not in a certificate.
 bool IsServerOf(const CERT_CHAIN_CONTEXT& chain, std::wstring host) {
     if (host.front() == L'[') host = host.substr(1, host.size() - 2);
-    SSL_EXTRA_CERT_CHAIN_POLICY_PARA server{};
-    server.cbSize = sizeof server;
-    server.dwAuthType = AUTHTYPE_SERVER;
-    server.pwszServerName = host.data();
+    SSL_EXTRA_CERT_CHAIN_POLICY_PARA server{
+        {sizeof(SSL_EXTRA_CERT_CHAIN_POLICY_PARA)}, AUTHTYPE_SERVER, 0, host.data()};
     CERT_CHAIN_POLICY_PARA policy{};
     policy.cbSize = sizeof policy;
     policy.pvExtraPolicyPara = &server;

@@ -89,9 +89,8 @@ DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const Htt
         WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, flags);
     if (handle == nullptr) return GetLastError();
     request->handle_.store(handle);
-    auto* context = request.get();
-    if (WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, static_cast<void*>(&context),
-                         sizeof context) == FALSE)
+    auto context = reinterpret_cast<DWORD_PTR>(request.get());
+    if (WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof context) == FALSE)
         return GetLastError();
     request->self_ = request;
     if (WinHttpSetStatusCallback(
@@ -227,6 +226,7 @@ void AsyncRequest::Close() noexcept {
 
 void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
                                      DWORD length) noexcept {
+    // A number is what the library hands out. NOLINTNEXTLINE(performance-no-int-to-ptr)
     auto* const request = reinterpret_cast<AsyncRequest*>(context);
     if (request == nullptr) return;
     switch (status) {
@@ -280,7 +280,7 @@ void AsyncRequest::StopSending() noexcept {
 
 bool AsyncRequest::IsTrusted(HINTERNET handle) const noexcept {
     PCCERT_CONTEXT context = nullptr;
-    DWORD size = sizeof(context);
+    DWORD size = sizeof(void*);
     if (WinHttpQueryOption(handle, WINHTTP_OPTION_SERVER_CERT_CONTEXT, static_cast<void*>(&context),
                            &size) == FALSE)
         return false;

@@ -141,7 +141,8 @@ class RawServer {
     void Wake() const {
         const Socket socket = NewSocket();
         const sockaddr_in address = Address();
-        connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        static_cast<void>(
+            connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
         CloseSocket(socket);
     }
 
