@@ -47,7 +47,7 @@ inline std::string Control(const std::string& name, const std::string& requestLi
     return answer;
 }
 
-/// How many calls stall, or have stalled, at the gateway named "stalling".
+/// How many calls stall at the gateway of that name.
 inline unsigned long Stalled() {
     const std::string state = Control("stalling", "GET /control/state");
     const auto at = state.find("\"stalled\":");

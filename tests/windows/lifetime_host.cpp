@@ -30,9 +30,12 @@ namespace {
     std::abort();
 }
 
-void Await(unsigned long calls) {
-    while (gateways::Stalled() < calls)
+void AwaitStalled(unsigned long calls) {
+    const ULONGLONG end = GetTickCount64() + 20000;
+    while (gateways::Stalled() != calls) {
+        if (GetTickCount64() > end) Fail("the calls did not come to stall");
         std::this_thread::yield();
+    }
 }
 
 void KeepAsking() {
@@ -44,11 +47,10 @@ void KeepAsking() {
     }
 }
 
-// Other hosts may stall there at the same time: calls that this one waits for are counted from
-// here on, and a state that is reached a little early is an end more to try.
+/// One host at a time has calls that stall.
 void Reach(std::string_view state) {
     const bool stalls = state == "probing" || state == "asking_stalled";
-    const unsigned long before = gateways::Stalled();
+    if (stalls) AwaitStalled(0);  // those of the host before are gone
     Oak::Net::HttpClientOptions options;
     options.totalTimeoutMs = 20000;
     Oak::Net::SetHttpClientOptions(options);
@@ -56,11 +58,11 @@ void Reach(std::string_view state) {
     if (!Veltra::Veltra_SetDomain(gateways::Read(stalls ? "leading" : "plain")) || !e2e::LogIn())
         Fail("no login");
     if (state == "asked" && e2e::Ask()[0] != 'H') Fail("no answer");
-    if (state == "probing") Await(before + 1);
+    if (state == "probing") AwaitStalled(1);
     if (state == "stopped" && !Veltra::Veltra_Unit()) Fail("not stopped");
     if (state == "stopping") std::thread([] { Veltra::Veltra_Unit(); }).detach();
     if (state == "asking" || state == "asking_stalled") KeepAsking();
-    if (state == "asking_stalled") Await(before + 5);
+    if (state == "asking_stalled") AwaitStalled(5);
 }
 
 void Throw(int, const char*, const char*, void*) {
