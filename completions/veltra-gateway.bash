@@ -4,7 +4,7 @@
 _veltra_gateway() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
   local offers='--address --port --tls --ca-out --key --keys-file --area-domain --storage-domain
-    --upload-lifetime --templates --fault --ready-file --help'
+    --upload-lifetime --templates --fault --ready-file --json --help'
   # The = of an option or a fault may stand as a word of its own.
   if [[ $word == = ]]; then
     word=''

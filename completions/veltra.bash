@@ -43,7 +43,7 @@ _veltra() {
           esac
           if ((COMP_CWORD == 2)); then offers='submit cancel --help'; fi ;;
         probe) offers="$connection $output" ;;
-        phrase-key) offers='--escaped --json --help' ;;
+        phrase-key) offers="--escaped $output" ;;
         time) offers="--now --start-of-day --first-day $output" ;;
         demo) offers="--gateway --control --credentials $connection $output" ;;
       esac ;;

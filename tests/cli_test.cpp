@@ -248,6 +248,9 @@ TEST_F(CliTest, BecomesTheGatewayProgramBesideItOrInPath) {
         std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     };
     Expect(run("gateway", "PATH=/nowhere"), 127, "");
+    Expect(run("gateway --json", "PATH=/nowhere"), 127,
+           R"({"ok":false,"code":0,"message":"veltra-gateway cannot be run"})"
+           "\n");
     place("path", script);
     const std::string inPath = "PATH=path:$PATH";
     Expect(run("gateway --help -- --json '' 'a b'", inPath), 7,

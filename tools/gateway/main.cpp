@@ -1,11 +1,13 @@
 // veltra-gateway: the local gateway as a program.
 
 #include "gateway.h"
+#include "json.h"
 #include "signals_posix.h"
 
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -13,7 +15,9 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -36,6 +40,8 @@ constexpr const char* kExamples =
     "  stall-in-body garbage bad-json empty-body reject-token refuse; with path= (a prefix, or\n"
     "  exact with a $ at its end), number=, code=, times= and, last, text=.\n"
     "  docs/local-gateway.md explains each of them.\n"
+    "JSON: {\"ok\":true,\"baseUrl\":\"..\"} once it listens; {\"ok\":false,\"message\":\"..\"} if "
+    "it can't.\n"
     "Exit status: 0 ended on request, 1 could not start, 2 usage.";
 
 struct Arguments {
@@ -47,7 +53,31 @@ struct Arguments {
     std::vector<gateway::Fault> parsedFaults;
     std::string caFile;
     std::string readyFile;
+    bool json = false;
 };
+
+/// One line of JSON on standard output, at once: whoever started the gateway waits for it.
+void printJson(bool ok, std::string_view name, std::string_view text) {
+    rapidjson::StringBuffer buffer;
+    gateway::JsonWriter writer(buffer);
+    writer.StartObject();
+    writer.Key("ok");
+    writer.Bool(ok);
+    gateway::write(writer, name, text);
+    writer.EndObject();
+    std::cout << buffer.GetString() << std::endl;
+}
+
+int fail(bool json, const std::string& reason) {
+    std::cerr << "veltra-gateway: " << reason << '\n';
+    if (json) printJson(false, "message", reason);
+    return kFailed;
+}
+
+/// Whether JSON is wanted, even if the command line can't be understood.
+bool wantsJson(int argc, char** argv) {
+    return std::find(argv + 1, argv + argc, std::string_view("--json")) != argv + argc;
+}
 
 std::optional<std::string> readFile(const std::string& name) {
     std::ifstream file(name, std::ios::binary);
@@ -57,18 +87,17 @@ std::optional<std::string> readFile(const std::string& name) {
     return text.str();
 }
 
-// Readers find either nothing or the whole text.
-bool writeFile(const std::string& name, const std::string& text) {
+/// Readers find either nothing or the whole text.
+void writeFile(const std::string& name, const std::string& text) {
     const std::string part = name + ".part" + std::to_string(getpid());
     std::ofstream file(part, std::ios::binary);
     file << text;
     file.close();
     std::error_code error;
     if (file) std::filesystem::rename(part, name, error);
-    if (file && !error) return true;
+    if (file && !error) return;
     std::filesystem::remove(part, error);
-    std::cerr << "veltra-gateway: cannot write " << name << '\n';
-    return false;
+    throw std::runtime_error("cannot write " + name);
 }
 
 void addKey(Arguments& arguments, const std::string& pair) {
@@ -134,6 +163,8 @@ void declare(CLI::App& app, Arguments& arguments) {
         ->allow_extra_args(false);
     app.add_option("--ready-file", arguments.readyFile,
                    "File that appears, holding the base URL, once the gateway listens");
+    app.add_flag("--json", arguments.json,
+                 "Where it listens, or why it can't, as one line of JSON on standard output");
 }
 
 void complete(Arguments& arguments) {
@@ -160,14 +191,13 @@ int run(const Arguments& arguments, const gateway::EndSignal& end) {
     gateway::Gateway gateway(options);
     for (const auto& fault : arguments.parsedFaults)
         gateway.addFault(fault);
-    if (!gateway.start()) {
-        std::cerr << "veltra-gateway: " << gateway.reason() << '\n';
-        return kFailed;
-    }
-    if (!arguments.caFile.empty() && !writeFile(arguments.caFile, gateway.caPem())) return kFailed;
-    if (!arguments.readyFile.empty() && !writeFile(arguments.readyFile, gateway.baseUrl() + '\n'))
-        return kFailed;
-    std::cout << "listening on " << gateway.baseUrl() << std::endl;
+    if (!gateway.start()) throw std::runtime_error(gateway.reason());
+    if (!arguments.caFile.empty()) writeFile(arguments.caFile, gateway.caPem());
+    if (!arguments.readyFile.empty()) writeFile(arguments.readyFile, gateway.baseUrl() + '\n');
+    if (arguments.json)
+        printJson(true, "baseUrl", gateway.baseUrl());
+    else
+        std::cout << "listening on " << gateway.baseUrl() << std::endl;
     end.wait();
     gateway.stop();
     std::error_code gone;
@@ -189,9 +219,10 @@ int main(int argc, char** argv) {
         complete(arguments);
         return run(arguments, end);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : kUsage;
+        if (app.exit(error) == 0) return 0;
+        if (wantsJson(argc, argv)) printJson(false, "message", error.what());
+        return kUsage;
     } catch (const std::exception& error) {
-        std::cerr << "veltra-gateway: " << error.what() << '\n';
-        return kFailed;
+        return fail(arguments.json, error.what());
     }
 }

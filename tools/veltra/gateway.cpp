@@ -1,8 +1,10 @@
 #include "commands.h"
+#include "output.h"
 #include "process.h"
 
 #include <CLI/App.hpp>
 
+#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -23,7 +25,12 @@ bool isForGateway(int argc, char** argv) {
 }
 
 int runGateway(int argc, char** argv) {
-    return becomeProgram("veltra-gateway", std::vector<char*>(argv + 2, argv + argc));
+    const std::vector<char*> arguments(argv + 2, argv + argc);
+    const int status = becomeProgram("veltra-gateway", arguments);
+    const bool json = std::find(arguments.begin(), arguments.end(), std::string_view("--json")) !=
+                      arguments.end();
+    if (json) reportFailure(true, Failure("veltra-gateway cannot be run"));
+    return status;
 }
 
 }  // namespace tool

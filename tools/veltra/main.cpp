@@ -122,8 +122,11 @@ int runGuarded(int argc, char** argv) {
 int main(int argc, char** argv) {
     tool::CommandLine line(argc, argv);
     // The gateway shall find signals and descriptors just as this program found them.
-    if (tool::isForGateway(line.count(), line.values()))
-        return tool::runGateway(line.count(), line.values());
+    if (tool::isForGateway(line.count(), line.values())) {
+        const int notRun = tool::runGateway(line.count(), line.values());
+        tool::finishOutput();
+        return notRun;
+    }
     tool::prepareStandardStreams();
     const int status = runGuarded(line.count(), line.values());
     const bool delivered = tool::finishOutput();

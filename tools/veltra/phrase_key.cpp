@@ -31,6 +31,8 @@ constexpr const char* kEnd =
     "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each also "
     "has\n"
     "  \"keyBeforeQuote\".\n"
+    "\n--log-level is here for scripts that give it to every subcommand: computing keys makes no\n"
+    "records.\n"
     "\nExit status: 0 success, 1 the output was lost, 2 wrong usage.";
 
 struct PhraseKeyOptions {
@@ -133,6 +135,7 @@ void addPhraseKey(CLI::App& app, Command& chosen) {
     command->allow_extras();
     command->add_flag("--escaped", options->escaped,
                       "Keys for values that are escaped for JSON: two for each phrase");
+    addLogLevel(*command, options->common);
     addJson(*command, options->common);
     command->callback([command, options, &chosen] {
         chosen = [phrases = phrasesOf(*command), options] { return printKeys(phrases, *options); };
