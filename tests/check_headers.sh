@@ -29,11 +29,8 @@ echo "$hostile$backward" >"$folder/backward.cpp"
 
 export flags_text="${flags[*]}"
 for compiler in "${@:2}"; do
-  # What a header needs to stand alone lies in the standard library, which both compilers share.
-  sources=("$folder"/*ward.cpp)
-  if [[ $compiler == "$2" ]]; then sources=("$folder"/*.cpp); fi
   for standard in c++11 c++14 c++17 c++20; do
-    for source in "${sources[@]}"; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
+    for source in "$folder"/*.cpp; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
   done
 done | xargs -0 -n 3 -P 2 bash -c '"$1" "$2" $flags_text "$3"' compile
 
