@@ -47,7 +47,7 @@ class Lifetime : private Oak::Base::CNoncopyable {
         // Both sides write first and read then, in one total order: either the visitor sees the
         // end, or the end sees the visitor.
         ended.store(true);
-        if (!Oak::Base::InForkedChild() && LastVisitorLeft()) delete transport_;
+        if (!Oak::Base::OtherThreadsGone() && LastVisitorLeft()) delete transport_;
     }
 
     HttpTransport* Get() const noexcept { return transport_; }
@@ -163,7 +163,7 @@ void HttpTransport::RemoveAgedInto(HandleList& aged, Clock::time_point now) noex
 }
 
 TransportVisit::TransportVisit() noexcept {
-    if (Oak::Base::InForkedChild()) return;
+    if (Oak::Base::OtherThreadsGone()) return;
     counted_ = true;
     visitors.fetch_add(1);
     if (ended.load()) return;

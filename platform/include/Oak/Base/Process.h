@@ -13,11 +13,6 @@ namespace Oak::Base {
 /// Nothing may be locked or waited for then. Takes no lock.
 bool OtherThreadsGone() noexcept;
 
-/// The former name of the above.
-inline bool InForkedChild() noexcept {
-    return OtherThreadsGone();
-}
-
 /// A service thread of the library: one that bears a name which debuggers show (15 bytes at most
 /// are kept) and never handles an asynchronous signal, since these are the host's to handle on its
 /// own threads. Where a host could unload the module under a running thread without waiting for it

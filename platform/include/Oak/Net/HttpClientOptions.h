@@ -40,8 +40,10 @@ struct HttpClientOptions {
     /// own setting. On Linux that is the usual environment variables, which the HTTP library below
     /// reads at each exchange: `https_proxy` for an https URL, `http_proxy` for an http one, where
     /// that isn't set `all_proxy`, and no proxy for the hosts of `no_proxy`; upper case will do for
-    /// all but `http_proxy`. With a proxy given here none of them counts. An exchange with a
-    /// loopback address never goes through a proxy, whatever is set.
+    /// all but `http_proxy`. On Windows it is the system's proxy settings, and a URL given here is
+    /// an http one without a user part: with any other the exchanges fail. With a proxy given here
+    /// none of the platform's settings counts. An exchange with a loopback address never goes
+    /// through a proxy, whatever is set.
     std::string proxy;
 
     /// Allows plain http to addresses other than loopback. Without it such a request is refused:
