@@ -29,7 +29,7 @@ import tempfile
 COMPILER = sys.argv[1]
 ROOT, BUILD = (pathlib.Path(argument).resolve() for argument in sys.argv[2:4])
 PROGRAMS = [str(BUILD / "tools/veltra"), str(BUILD / "tools/gateway")]
-PRESETS = ["asan", "bench", "dev", "packages", "release", "tsan"]  # folders below build/
+PRESETS = ["asan", "bench", "dev", "packages", "release", "tsan", "windows"]  # folders below build/
 HEADERS = ["Oak/Net/HttpClientOptions.h", "Veltra/Veltra.h", "qlog/qlog.h"]
 TEST_HEADERS = ["gateway/gateway.h", "gtest/gtest.h"]  # for the page whose code stands in tests
 

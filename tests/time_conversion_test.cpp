@@ -122,7 +122,8 @@ const Row rows[] = {
 };
 
 TEST_F(TimeConversion, TableInEveryZone) {
-    for (const char* zone : {newYork, "UTC0", "JST-9", "<+0545>-5:45", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
+    for (const char* zone :
+         {newYork, "UTC0", "JST-9", "<+0545>-5:45", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
         SetZone(zone);
         for (const Row& row : rows) {
             for (const bool startOfDay : {true, false}) {

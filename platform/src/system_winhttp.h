@@ -1,8 +1,8 @@
 #ifndef OAK_NET_SYSTEM_WINHTTP_H
 #define OAK_NET_SYSTEM_WINHTTP_H
 
-// The system's headers for the HTTP client, in the one order that they can bear, and what system it
-// is.
+// The headers of WinHTTP and of what stands around it, in the one order that they can bear, and
+// what system it is.
 
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
