@@ -103,7 +103,7 @@ HandlePtr NewEvent() {
 /// A second handle of the same event: whichever side ends first, the other's stays good.
 HandlePtr SameEvent(const HandlePtr& event) {
     HANDLE second = nullptr;
-    const HANDLE self = GetCurrentProcess();
+    auto* const self = GetCurrentProcess();
     if (DuplicateHandle(self, event.get(), self, &second, 0, FALSE, DUPLICATE_SAME_ACCESS) == 0)
         ThrowNoThread(static_cast<int>(GetLastError()), std::system_category());
     return HandlePtr(second);
@@ -140,6 +140,7 @@ ServiceThread::ServiceThread(const char* name, std::function<void()> body)
     const std::uintptr_t thread = _beginthreadex(nullptr, 0, &Run, start.get(), 0, nullptr);
     if (thread == 0) ThrowNoThread(errno, std::generic_category());
     static_cast<void>(start.release());  // belongs to the thread now
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the C runtime's interface
     state_->thread.reset(reinterpret_cast<HANDLE>(thread));
 }
 

@@ -11,7 +11,7 @@ namespace {
 // the host's. A program without a console has no handle here, and nothing is written.
 void Write(DWORD stream, std::string_view text) noexcept {
     const DWORD errorBefore = GetLastError();
-    const HANDLE handle = GetStdHandle(stream);
+    auto* const handle = GetStdHandle(stream);
     constexpr std::size_t most = std::size_t{1} << 30;
     while (handle != nullptr && handle != INVALID_HANDLE_VALUE && !text.empty()) {
         DWORD written = 0;

@@ -89,6 +89,7 @@ void showOnConsole(std::ostream& stream, DWORD handle) {
 /// For the C runtime and for the library, which writes past it.
 bool pointOutputTo(int descriptor) {
     if (_dup2(descriptor, kOutput) != 0) return false;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the C runtime's interface
     return SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(_get_osfhandle(kOutput))) !=
            FALSE;
 }
