@@ -227,6 +227,7 @@ void AsyncRequest::Close() noexcept {
 void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
                                      DWORD length) noexcept {
     // A number is what the library hands out. NOLINTNEXTLINE(performance-no-int-to-ptr)
+    const CallbackVisit visit;
     auto* const request = reinterpret_cast<AsyncRequest*>(context);
     if (request == nullptr) return;
     switch (status) {

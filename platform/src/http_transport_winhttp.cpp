@@ -69,12 +69,20 @@ void KeepLibraryLoaded() noexcept {
 
 std::atomic<bool> ended{false};
 std::atomic<std::uint32_t> visitors{0};
+std::atomic<std::uint32_t> callbacks{0};
+
+/// They have done what somebody could wait for, and need no lock to return.
+void LetCallbacksReturn() noexcept {
+    constexpr int mostTries = 100;
+    for (int i = 0; i < mostTries && callbacks.load() != 0; ++i)
+        Sleep(1);
+}
 
 /// Makes the transport and, when the module is unloaded, ends it.
 ///
-/// Nothing is waited for, since the loader's lock is held: what somebody still uses stays where it
-/// is. So does everything when the process ends: its other threads are gone by then, and with them
-/// perhaps the owners of the library's locks.
+/// No visitor is waited for, since the loader's lock is held: what somebody still uses stays where
+/// it is. So does everything when the process ends: its other threads are gone by then, and with
+/// them perhaps the owners of the library's locks.
 class Lifetime : private Oak::Base::CNoncopyable {
  public:
     Lifetime() : transport_(new HttpTransport) {}
@@ -82,7 +90,9 @@ class Lifetime : private Oak::Base::CNoncopyable {
         // Both sides write first and read then, in one total order: either the visitor sees the
         // end, or the end sees the visitor.
         ended.store(true);
-        if (!Oak::Base::OtherThreadsGone() && visitors.load() == 0) delete transport_;
+        if (Oak::Base::OtherThreadsGone()) return;
+        LetCallbacksReturn();
+        if (visitors.load() == 0) delete transport_;
     }
 
     HttpTransport* Get() const noexcept { return transport_; }
@@ -148,6 +158,14 @@ TransportVisit::~TransportVisit() {
 
 bool TransportVisit::Ending() noexcept {
     return ended.load();
+}
+
+CallbackVisit::CallbackVisit() noexcept {
+    callbacks.fetch_add(1);
+}
+
+CallbackVisit::~CallbackVisit() {
+    callbacks.fetch_sub(1);
 }
 
 }  // namespace Oak::Net

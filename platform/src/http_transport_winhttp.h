@@ -79,6 +79,14 @@ class TransportVisit : private Oak::Base::CNoncopyable {
     HttpTransport* transport_ = nullptr;
 };
 
+/// A call of the library's into this module, made at its beginning: an unload waits for its end.
+/// The visitor that the call woke may have returned to a host by then, which unloads at once.
+class CallbackVisit : private Oak::Base::CNoncopyable {
+ public:
+    CallbackVisit() noexcept;
+    ~CallbackVisit();
+};
+
 }  // namespace Oak::Net
 
 #endif

@@ -185,7 +185,7 @@ union NeverDestroyed {
 
 Registry& TheRegistry() {
     static NeverDestroyed storage;
-    return storage.registry;
+    return storage.registry;  // NOLINT(cppcoreguidelines-pro-type-union-access): its only member
 }
 
 constinit thread_local bool insideHandler = false;
