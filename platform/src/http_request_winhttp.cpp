@@ -226,8 +226,8 @@ void AsyncRequest::Close() noexcept {
 
 void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
                                      DWORD length) noexcept {
-    // A number is what the library hands out. NOLINTNEXTLINE(performance-no-int-to-ptr)
     const CallbackVisit visit;
+    // A number is what the library hands out. NOLINTNEXTLINE(performance-no-int-to-ptr)
     auto* const request = reinterpret_cast<AsyncRequest*>(context);
     if (request == nullptr) return;
     switch (status) {
