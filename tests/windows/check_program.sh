@@ -8,7 +8,7 @@ set -euo pipefail
 gateways="$1"
 shift
 program=("$@")
-plain="$(<"$gateways/plain")"
+plain="$(<"$gateways/program")"
 tls="$(<"$gateways/tls")"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

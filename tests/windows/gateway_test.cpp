@@ -38,8 +38,9 @@ class ImportedAuthority {
         EXPECT_TRUE(CertControlStore(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr));  // for others
     }
     ~ImportedAuthority() {
-        CertDeleteCertificateFromStore(added_);
-        CertCloseStore(store_, 0);
+        EXPECT_TRUE(CertDeleteCertificateFromStore(added_));
+        EXPECT_TRUE(CertControlStore(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr));
+        EXPECT_TRUE(CertCloseStore(store_, CERT_CLOSE_STORE_CHECK_FLAG)) << GetLastError();
     }
     ImportedAuthority(const ImportedAuthority&) = delete;
     ImportedAuthority& operator=(const ImportedAuthority&) = delete;
