@@ -1,4 +1,3 @@
-#include <Oak/Base/GuidUtil.h>
 #include <Oak/Base/Process.h>
 #include <Oak/Base/StandardStreams.h>
 #include <qlog/qlog.h>
@@ -8,27 +7,12 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <regex>
-#include <set>
 #include <string>
 #include <thread>
-
-namespace {
-std::atomic<bool> entropyFails{false};
-}
-
-// Takes the place of the C library's.
-extern "C" ssize_t getrandom(void* buffer, std::size_t size, unsigned flags) {
-    if (!entropyFails) return syscall(SYS_getrandom, buffer, size, flags);
-    errno = ENOSYS;
-    return -1;
-}
 
 namespace {
 
@@ -107,21 +91,6 @@ TEST(StandardStreams, WritesAllOfTheTextOrGivesUpWithoutASignal) {
     pthread_sigmask(SIG_UNBLOCK, &pipeSignal, nullptr);
     dup2(saved, STDERR_FILENO);
     close(saved);
-}
-
-TEST(Guid, IsNewOnEveryCall) {
-    const std::regex version4(
-        "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
-    std::set<std::string> seen;
-    for (const bool fails : {false, true}) {
-        entropyFails = fails;
-        for (int i = 0; i < 100; ++i) {
-            const std::string guid = Oak::Base::GuidUtil::CreateGuid();
-            EXPECT_TRUE(std::regex_match(guid, version4)) << guid;
-            EXPECT_TRUE(seen.insert(guid).second) << guid;
-        }
-    }
-    entropyFails = false;
 }
 
 }  // namespace
