@@ -280,8 +280,8 @@ TEST_F(HttpClientTest, ARedirectIsAnAnswer) {
 
 TEST_F(HttpClientTest, KeepsConnectionsAndAsksAgainWhenAKeptOneDies) {
     // Wine takes an end without an answer for a wrong answer: there the connection just lives on.
-    const int answers = onWindows ? 100 : 1;
-    RawServer server([answers](RawServer::Peer& peer) {
+    constexpr int answers = onWindows ? 100 : 1;
+    RawServer server([](RawServer::Peer& peer) {
         for (int i = 0; i < answers; ++i) {
             if (peer.ReadRequest().empty()) return;
             peer.Write(ok);
