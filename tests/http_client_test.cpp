@@ -332,6 +332,13 @@ TEST_F(HttpClientTest, WaitsForNoBodyAfterHead) {
     EXPECT_EQ(outcome.Body(), "");
 }
 
+TEST_F(HttpClientTest, ChunksCountBeforeALength) {
+    RawServer server(
+        RawServer::Always("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 2\r\n"
+                          "\r\n3\r\nabc\r\n0\r\n\r\n"));
+    EXPECT_EQ(Post(server.Url()).Body(), "abc");
+}
+
 /// On one handle after each other, in every order of two, each request looks as it does on a handle
 /// of its own.
 TEST_F(HttpClientTest, LeavesNothingOfAnExchangeToTheNext) {

@@ -46,7 +46,10 @@ constexpr Failure notFinal{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
 constexpr Failure badLength{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                             "the answer's length is not a number"};
 /// Tells nobody: where the process is ending the handler's own world may be gone.
-constexpr Failure ended{"ended", ERROR_OPERATION_ABORTED, "the HTTP client is not available"};
+constexpr Failure ended{"ended", exchangeEnded, "the HTTP client is not available"};
+/// https alone: what a proxy says in place of a tunnel is no answer of the server's.
+constexpr Failure noTunnel{"could not connect", ERROR_WINHTTP_CANNOT_CONNECT,
+                           "the proxy wants a login"};
 
 /// What the library's numbers mean. Those of the sockets below shine through at times.
 constexpr Failure known[] = {
@@ -68,6 +71,7 @@ constexpr Failure known[] = {
     {"certificate", ERROR_WINHTTP_SECURE_CERT_REVOKED, "revoked"},
     {"certificate", ERROR_WINHTTP_SECURE_INVALID_CERT, "not valid"},
     {"certificate", ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE, "not for a server"},
+    {"certificate", ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED, "the server wants one of ours"},
     {"limit", ERROR_WINHTTP_HEADER_COUNT_EXCEEDED, "the answer is too large"},
     {"limit", ERROR_WINHTTP_HEADER_SIZE_OVERFLOW, "the answer is too large"},
     {"limit", ERROR_WINHTTP_CHUNKED_ENCODING_HEADER_SIZE_OVERFLOW, "the answer is too large"},
@@ -78,7 +82,8 @@ constexpr Failure known[] = {
     {"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE, "no answer, or none of HTTP"},
     {"cut off", WSAECONNRESET, "the connection ended early"},
     {"cut off", WSAECONNABORTED, "the connection ended early"},
-    {"ended", ERROR_OPERATION_ABORTED, "the HTTP client is not available"},
+    {"cut off", ERROR_OPERATION_ABORTED, "the connection ended early"},
+    ended,
 };
 
 Failure FailureOf(DWORD error) {
@@ -186,15 +191,6 @@ std::optional<Failure> ReceiveBody(AsyncRequest& request, std::uint64_t limit, s
     return std::nullopt;
 }
 
-std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const std::string& method,
-                                     std::uint64_t limit, Answer& answer) {
-    if (request.HeadSize() > maxHeaderBytes) return overLimit;
-    if (const DWORD error = request.Status(answer.status)) return FailureOf(error);
-    if (IsInterim(answer.status)) return notFinal;
-    if (IsBodiless(method, answer.status)) return std::nullopt;
-    return ReceiveBody(request, limit, answer.body);
-}
-
 // --- The exchange --------------------------------------------------------------------------------
 
 /// What every attempt of one exchange shares.
@@ -206,6 +202,16 @@ struct Plan {
     std::wstring fields;
     HttpDeadlines deadlines;
 };
+
+std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const Plan& plan, Answer& answer) {
+    if (request.HeadSize() > maxHeaderBytes) return overLimit;
+    if (const DWORD error = request.Status(answer.status)) return FailureOf(error);
+    if (plan.target.tls && answer.status == HTTP_STATUS_PROXY_AUTH_REQ) return noTunnel;
+    if (request.IsUnjudged()) return FailureOf(ERROR_WINHTTP_SECURE_FAILURE_PROXY);
+    if (IsInterim(answer.status)) return notFinal;
+    if (IsBodiless(plan.request.Method(), answer.status)) return std::nullopt;
+    return ReceiveBody(request, plan.generation->options.maxResponseBytes, answer.body);
+}
 
 /// A request of the library's that is closed whatever comes.
 class RequestOwner : private Oak::Base::CNoncopyable {
@@ -243,9 +249,7 @@ std::optional<Failure> Exchange(const Plan& plan, Answer& answer) {
     for (int attempt = 1;; ++attempt) {
         RequestOwner owner(plan);
         const DWORD error = owner.Perform(plan);
-        if (error == 0)
-            return ReceiveAnswer(owner.Get(), plan.request.Method(),
-                                 plan.generation->options.maxResponseBytes, answer);
+        if (error == 0) return ReceiveAnswer(owner.Get(), plan, answer);
         if (attempt == mostAttempts || !MayBeStale(owner.Get(), error)) return FailureOf(error);
     }
 }

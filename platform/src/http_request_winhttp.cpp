@@ -42,9 +42,9 @@ void KeepModuleLoaded() noexcept {
                            reinterpret_cast<LPCWSTR>(&KeepModuleLoaded), &module));
 }
 
-/// Wine hands a kept connection on to sessions that don't share the file it was trusted by.
-DWORD DisabledWithTrust() noexcept {
-    return OnWindowsItself() ? 0 : WINHTTP_DISABLE_KEEP_ALIVE;
+/// A kept connection may not go on to sessions that don't share the file it was trusted by.
+DWORD DisabledWithTrust(const HttpSession& session) noexcept {
+    return session.ownsConnections ? 0 : WINHTTP_DISABLE_KEEP_ALIVE;
 }
 
 std::atomic<int> threadsHeld{0};
@@ -77,8 +77,9 @@ DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const Htt
     if (request->event_ == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     request->host_.assign(target.host.begin(), target.host.end());
     request->trust_ = std::move(trust);
-    request->connect_.reset(WinHttpConnect(request->generation_->SessionFor(target),
-                                           request->host_.c_str(), target.port, 0));
+    request->session_ = request->generation_->SessionFor(target);
+    request->connect_.reset(
+        WinHttpConnect(request->session_->handle.get(), request->host_.c_str(), target.port, 0));
     if (request->connect_ == nullptr) return GetLastError();
     // The path and the query are signed as they stand.
     const DWORD flags = WINHTTP_FLAG_ESCAPE_DISABLE | WINHTTP_FLAG_ESCAPE_DISABLE_QUERY |
@@ -103,10 +104,10 @@ DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const Htt
         return error;
     }
     request->callsBack_ = true;
-    return request->Prepare();
+    return request->Prepare(target.tls);
 }
 
-DWORD AsyncRequest::Prepare() {
+DWORD AsyncRequest::Prepare(bool tls) {
     HINTERNET const handle = handle_.load();
     const HttpClientOptions& options = generation_->options;
     const int whole = Milliseconds(options.totalTimeoutMs);
@@ -118,11 +119,15 @@ DWORD AsyncRequest::Prepare() {
         return error;
     if (const DWORD error =
             SetNumber(handle, WINHTTP_OPTION_DISABLE_FEATURE,
-                      disabledFeatures | (trust_ != nullptr ? DisabledWithTrust() : 0)))
+                      disabledFeatures | (trust_ != nullptr ? DisabledWithTrust(*session_) : 0)))
         return error;
     // Its default is a quarter of ours. Where it can't be set, HeadSize tells.
     static_cast<void>(SetNumber(handle, WINHTTP_OPTION_MAX_RESPONSE_HEADER_SIZE,
                                 static_cast<DWORD>(maxHeaderBytes)));
+    // A server may ask for a certificate and do without: there is none. Wine knows no such option.
+    if (tls)
+        static_cast<void>(WinHttpSetOption(handle, WINHTTP_OPTION_CLIENT_CERT_CONTEXT,
+                                           WINHTTP_NO_CLIENT_CERT_CONTEXT, 0));
     if (trust_ == nullptr) return 0;
     // The system doesn't know the file's certificates; JudgeServer does. All else it still checks.
     return SetNumber(handle, WINHTTP_OPTION_SECURITY_FLAGS, SECURITY_FLAG_IGNORE_UNKNOWN_CA);
@@ -155,8 +160,10 @@ DWORD AsyncRequest::Write(std::string_view piece) {
 
 DWORD AsyncRequest::Send(std::string_view body, bool bodyIsSecret) {
     wipe_ = bodyIsSecret;
-    DWORD error = SendHead(body.substr(0, bufferSize), static_cast<DWORD>(body.size()));
-    for (std::size_t sent = bufferSize; error == 0 && sent < body.size(); sent += bufferSize)
+    // What goes with the head stays lent until the answer comes; the buffer can be lent but once.
+    std::size_t sent = body.size() <= bufferSize ? body.size() : 0;
+    DWORD error = SendHead(body.substr(0, sent), static_cast<DWORD>(body.size()));
+    for (; error == 0 && sent < body.size(); sent += bufferSize)
         error = Write(body.substr(sent, bufferSize));
     return error;
 }
@@ -172,13 +179,20 @@ DWORD AsyncRequest::Read(std::string_view& piece, std::uint64_t most) {
     if (const DWORD error = Await(WinHttpQueryDataAvailable(handle_.load(), nullptr))) return error;
     if (bytes_ == 0) return 0;
     // A server that says more than it announced isn't trusted with another exchange.
-    if (bytes_ > most)
-        static_cast<void>(SetNumber(handle_.load(), WINHTTP_OPTION_DISABLE_FEATURE,
-                                    disabledFeatures | WINHTTP_DISABLE_KEEP_ALIVE));
+    if (bytes_ > most) DropConnection();
     const auto wanted = static_cast<DWORD>(std::min<std::uint64_t>({bytes_, bufferSize, most}));
     const DWORD error = Await(WinHttpReadData(handle_.load(), buffer_.get(), wanted, nullptr));
     if (error == 0) piece = {buffer_.get(), bytes_};
     return error;
+}
+
+/// Has the connection closed after this exchange.
+void AsyncRequest::DropConnection() noexcept {
+    HINTERNET const handle = handle_.load();
+    if (WinHttpSetOption(handle, WINHTTP_OPTION_EXPIRE_CONNECTION, nullptr, 0) != FALSE) return;
+    // Before Windows 10 this may come too late to count, and does no harm then.
+    static_cast<void>(SetNumber(handle, WINHTTP_OPTION_DISABLE_FEATURE,
+                                disabledFeatures | WINHTTP_DISABLE_KEEP_ALIVE));
 }
 
 DWORD AsyncRequest::Status(DWORD& status) const {
@@ -199,10 +213,14 @@ std::size_t AsyncRequest::HeadSize() const {
 }
 
 std::wstring AsyncRequest::ContentLength() const {
+    return Header(WINHTTP_QUERY_TRANSFER_ENCODING).empty() ? Header(WINHTTP_QUERY_CONTENT_LENGTH)
+                                                           : std::wstring();
+}
+
+std::wstring AsyncRequest::Header(DWORD which) const {
     DWORD size = 0;
     const auto query = [&](wchar_t* room) {
-        return WinHttpQueryHeaders(handle_.load(), WINHTTP_QUERY_CONTENT_LENGTH,
-                                   WINHTTP_HEADER_NAME_BY_INDEX, room, &size,
+        return WinHttpQueryHeaders(handle_.load(), which, WINHTTP_HEADER_NAME_BY_INDEX, room, &size,
                                    WINHTTP_NO_HEADER_INDEX) != FALSE;
     };
     query(nullptr);
@@ -235,8 +253,7 @@ void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD 
             request->connectedAnew_.store(true);
             return;
         case WINHTTP_CALLBACK_STATUS_SENDING_REQUEST:
-            request->JudgeServer(handle);
-            request->ready_.store(true);
+            request->OnSending(handle);
             return;
         case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
         case WINHTTP_CALLBACK_STATUS_WRITE_COMPLETE:
@@ -264,8 +281,18 @@ void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD 
 }
 
 /// The last moment at which the library can be stopped: TLS stands, and nothing has gone out.
-void AsyncRequest::JudgeServer(HINTERNET handle) noexcept {
-    if (trust_ != nullptr && !IsTrusted(handle)) StopSending();
+void AsyncRequest::OnSending(HINTERNET handle) noexcept {
+    switch (trust_ != nullptr ? Judge(handle) : Verdict::trusted) {
+        case Verdict::trusted:
+            trusted_.store(true);
+            ready_.store(true);
+            return;
+        case Verdict::untrusted:
+            StopSending();  // and this may be gone
+            return;
+        case Verdict::noServerYet:
+            return;
+    }
 }
 
 /// Closing the request is enough, but not for Wine. There the thread that would send it never
@@ -279,14 +306,19 @@ void AsyncRequest::StopSending() noexcept {
     Sleep(INFINITE);
 }
 
-bool AsyncRequest::IsTrusted(HINTERNET handle) const noexcept {
+AsyncRequest::Verdict AsyncRequest::Judge(HINTERNET handle) const noexcept {
     PCCERT_CONTEXT context = nullptr;
     DWORD size = sizeof(void*);
     if (WinHttpQueryOption(handle, WINHTTP_OPTION_SERVER_CERT_CONTEXT, static_cast<void*>(&context),
-                           &size) == FALSE)
-        return false;
+                           &size) == FALSE) {
+        // A proxy is asked for a tunnel first, without any field of the request.
+        return session_->mayUseProxy && GetLastError() == ERROR_WINHTTP_INCORRECT_HANDLE_STATE
+                   ? Verdict::noServerYet
+                   : Verdict::untrusted;
+    }
     const CertificatePtr certificate(context);
-    return certificate != nullptr && trust_->Covers(*certificate, host_);
+    return certificate != nullptr && trust_->Covers(*certificate, host_) ? Verdict::trusted
+                                                                         : Verdict::untrusted;
 }
 
 void AsyncRequest::Complete(DWORD error, DWORD bytes) noexcept {
@@ -301,9 +333,12 @@ DWORD AsyncRequest::Await(BOOL started) {
     if (started == FALSE)
         return untrusted_.load() ? ERROR_WINHTTP_SECURE_INVALID_CA : GetLastError();
     for (;;) {
+        // In this order: a server that isn't trusted ends the request in either of these ways.
+        const bool completed = completed_.exchange(false);
+        const bool over = closed_.load() || TransportVisit::Ending();
         if (untrusted_.load()) return ERROR_WINHTTP_SECURE_INVALID_CA;
-        if (completed_.exchange(false)) return error_;
-        if (closed_.load() || TransportVisit::Ending()) return ERROR_OPERATION_ABORTED;
+        if (completed) return error_;
+        if (over) return exchangeEnded;
         const auto end = ready_.load() ? deadlines_.finished : deadlines_.connected;
         const DWORD time = WaitingTime(end);
         if (time == 0) return ERROR_WINHTTP_TIMEOUT;

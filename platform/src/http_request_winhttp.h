@@ -29,6 +29,9 @@ struct HttpDeadlines {
 /// on Windows, and under Wine until too many servers have failed; see AsyncRequest::StopSending.
 bool CanJudgeServers() noexcept;
 
+/// What stands in for a number of the library's where the process or the module is ending.
+constexpr DWORD exchangeEnded = 0x20000001;  // of those that no system uses
+
 struct EventDeleter {
     void operator()(HANDLE event) const noexcept { CloseHandle(event); }
 };
@@ -65,8 +68,12 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     DWORD Status(DWORD& status) const;
     std::size_t HeadSize() const;  ///< of the answer's head, about, in bytes
 
-    /// The announced length of the body; empty where there is none.
+    /// The announced length of the body; empty where there is none, and where it doesn't count,
+    /// since the body comes in chunks.
     std::wstring ContentLength() const;
+
+    /// Whether a server had to be judged and none was: the answer is a proxy's.
+    bool IsUnjudged() const noexcept { return trust_ != nullptr && !trusted_.load(); }
 
     /// Whether it went out on a connection that had been kept.
     bool OnKeptConnection() const noexcept { return !connectedAnew_.load(); }
@@ -79,10 +86,14 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     static void CALLBACK OnStatus(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID info,
                                   DWORD length) noexcept;
 
-    DWORD Prepare();
-    bool IsTrusted(HINTERNET handle) const noexcept;
-    void JudgeServer(HINTERNET handle) noexcept;
+    enum class Verdict { trusted, untrusted, noServerYet };
+
+    DWORD Prepare(bool tls);
+    Verdict Judge(HINTERNET handle) const noexcept;
+    void OnSending(HINTERNET handle) noexcept;
     void StopSending() noexcept;
+    void DropConnection() noexcept;
+    std::wstring Header(DWORD which) const;
     void Complete(DWORD error, DWORD bytes) noexcept;
     DWORD Await(BOOL started);
     bool AwaitClosed() noexcept;
@@ -95,6 +106,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
 
     const HttpGenerationPtr generation_;  // first: the handles are children of its sessions
     const HttpDeadlines deadlines_;
+    const HttpSession* session_ = nullptr;  // one of generation_
     InternetHandlePtr connect_;
     std::atomic<HINTERNET> handle_{nullptr};
     std::shared_ptr<AsyncRequest> self_;  // while the library may call back
@@ -113,6 +125,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     std::atomic<bool> closed_{false};
     std::atomic<bool> connectedAnew_{false};
     std::atomic<bool> ready_{false};
+    std::atomic<bool> trusted_{false};
     std::atomic<bool> untrusted_{false};
 };
 

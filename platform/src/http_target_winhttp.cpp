@@ -3,6 +3,8 @@
 #include "http_rules.h"
 #include "system_winhttp.h"
 
+#include <Oak/Base/Noncopyable.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -36,6 +38,17 @@ bool IsLoopback(const sockaddr& address) noexcept {
     std::memcpy(&six, &address, sizeof six);
     return IsLoopback(six.sin6_addr);
 }
+
+/// Started for one look-up: when the module goes it may not be ended any more.
+struct Sockets : private Oak::Base::CNoncopyable {
+    Sockets() noexcept : started(WSAStartup(MAKEWORD(2, 2), &data) == 0) {}
+    ~Sockets() {
+        if (started) WSACleanup();
+    }
+
+    WSADATA data{};
+    const bool started;
+};
 
 /// Above ASCII there is no byte: the library takes wide text, and what it would make of others
 /// differs from version to version.
@@ -111,8 +124,10 @@ std::optional<HttpTarget> ParseHttpTarget(const std::string& text) {
 }
 
 std::optional<bool> ResolvesToLoopback(const std::string& host) {
+    const Sockets sockets;
     addrinfo* found = nullptr;
-    if (getaddrinfo(host.c_str(), nullptr, nullptr, &found) != 0) return std::nullopt;
+    if (!sockets.started || getaddrinfo(host.c_str(), nullptr, nullptr, &found) != 0)
+        return std::nullopt;
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, &freeaddrinfo);
     for (const addrinfo* each = found; each != nullptr; each = each->ai_next)
         if (!IsLoopback(*each->ai_addr)) return false;

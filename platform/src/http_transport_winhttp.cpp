@@ -14,6 +14,7 @@ namespace Oak::Net {
 namespace {
 
 constexpr const char* noProxy = "direct";
+constexpr DWORD disableGlobalPooling = 195;  // not in every version of the header
 
 /// TLS 1.2 or later, also where the system's settings would allow less. A system that doesn't know
 /// 1.3 refuses to hear of it.
@@ -26,38 +27,43 @@ bool AllowOnlyModernTls(HINTERNET session) noexcept {
            allow(WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2);
 }
 
-InternetHandlePtr OpenSession(DWORD access, LPCWSTR proxy) noexcept {
-    InternetHandlePtr session(
+bool SwitchOn(HINTERNET session, DWORD option) noexcept {
+    BOOL on = TRUE;
+    return WinHttpSetOption(session, option, &on, sizeof on) != FALSE;
+}
+
+HttpSession OpenSession(DWORD access, LPCWSTR proxy) noexcept {
+    HttpSession session;
+    session.mayUseProxy = access != WINHTTP_ACCESS_TYPE_NO_PROXY;
+    session.handle.reset(
         WinHttpOpen(nullptr, access, proxy, WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
-    if (session == nullptr || !AllowOnlyModernTls(session.get())) return nullptr;
+    HINTERNET const handle = session.handle.get();
+    if (handle == nullptr || !AllowOnlyModernTls(handle)) return {};
+    // A connection may have been trusted by rules that are no longer, or never were, ours.
+    session.ownsConnections = SwitchOn(handle, disableGlobalPooling);
+    // Else an address of version 6 that leads nowhere uses up the time to connect.
+    static_cast<void>(SwitchOn(handle, WINHTTP_OPTION_IPV6_FAST_FALLBACK));
     return session;
 }
 
-/// Null for a proxy that the library can't use: another scheme, a user part, anything odd.
-InternetHandlePtr OpenThrough(const std::string& proxy) {
+/// No handle for a proxy that the library can't use: another scheme, a user part, anything odd.
+HttpSession OpenThrough(const std::string& proxy) {
     const auto target =
         ParseHttpTarget(proxy.find("://") == std::string::npos ? "http://" + proxy : proxy);
-    if (!target || target->tls || target->object != "/") return nullptr;
+    if (!target || target->tls || target->object != "/") return {};
     const std::string server = target->host + ':' + std::to_string(target->port);
     return OpenSession(WINHTTP_ACCESS_TYPE_NAMED_PROXY,
                        std::wstring(server.begin(), server.end()).c_str());
 }
 
-InternetHandlePtr OpenProxied(const std::string& proxy) {
-    if (proxy == noProxy) return nullptr;
+HttpSession OpenProxied(const std::string& proxy) {
+    if (proxy == noProxy) return {};
     if (!proxy.empty()) return OpenThrough(proxy);
-    InternetHandlePtr session =
-        OpenSession(WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME);
+    HttpSession session = OpenSession(WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME);
     // Before Windows 8.1 there is but the setting of the whole machine.
-    return session != nullptr
+    return session.handle != nullptr
                ? std::move(session)
                : OpenSession(WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME);
-}
-
-/// Started for the process, the sockets are also what the library below relies on.
-bool StartSockets() noexcept {
-    WSADATA data{};
-    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
 }
 
 /// The library closes idle connections on threads of the system's, whenever it likes. It stays
@@ -71,11 +77,14 @@ std::atomic<bool> ended{false};
 std::atomic<std::uint32_t> visitors{0};
 std::atomic<std::uint32_t> callbacks{0};
 
-/// They have done what somebody could wait for, and need no lock to return.
+/// They have done what somebody could wait for, and need no lock to return. Once they are counted
+/// out some instructions are left to them.
 void LetCallbacksReturn() noexcept {
     constexpr int mostTries = 100;
-    for (int i = 0; i < mostTries && callbacks.load() != 0; ++i)
+    int tries = 0;
+    do {
         Sleep(1);
+    } while (++tries < mostTries && callbacks.load() != 0);
 }
 
 /// Makes the transport and, when the module is unloaded, ends it.
@@ -108,11 +117,15 @@ HttpGeneration::HttpGeneration(const HttpClientOptions& wanted)
       direct_(OpenSession(WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME)),
       proxied_(OpenProxied(wanted.proxy)) {}
 
-HINTERNET HttpGeneration::SessionFor(const HttpTarget& target) const noexcept {
-    if (target.loopback || options.proxy == noProxy) return direct_.get();
-    if (!target.tls || OnWindowsItself()) return proxied_.get();
+const HttpSession* HttpGeneration::SessionFor(const HttpTarget& target) const noexcept {
+    const HttpSession* session = &proxied_;
+    if (target.loopback || options.proxy == noProxy) session = &direct_;
     // Wine shows the proxy the fields that only the server may see.
-    return options.proxy.empty() ? direct_.get() : nullptr;
+    if (session == &proxied_ && target.tls && !OnWindowsItself()) {
+        if (!options.proxy.empty()) return nullptr;
+        session = &direct_;
+    }
+    return session->handle != nullptr ? session : nullptr;
 }
 
 std::shared_ptr<const CertificateTrust> HttpGeneration::Trust() const {
@@ -122,13 +135,8 @@ std::shared_ptr<const CertificateTrust> HttpGeneration::Trust() const {
 }
 
 HttpTransport::HttpTransport()
-    : socketsStarted_(StartSockets()),
-      current_(std::make_shared<const HttpGeneration>(HttpClientOptions())) {
+    : current_(std::make_shared<const HttpGeneration>(HttpClientOptions())) {
     KeepLibraryLoaded();
-}
-
-HttpTransport::~HttpTransport() {
-    if (socketsStarted_) WSACleanup();
 }
 
 void HttpTransport::SetOptions(const HttpClientOptions& options) {

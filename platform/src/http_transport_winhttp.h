@@ -19,8 +19,16 @@ struct InternetHandleDeleter {
 };
 using InternetHandlePtr = std::unique_ptr<void, InternetHandleDeleter>;
 
-/// What all exchanges between two calls of SetHttpClientOptions have in common. The library keeps
-/// its connections with the sessions: those of one generation never serve another.
+/// A session of the library's.
+struct HttpSession {
+    InternetHandlePtr handle;
+    /// Whether no other session of the process uses the connections that this one keeps. Systems
+    /// before Windows 11 can't be told so.
+    bool ownsConnections = false;
+    bool mayUseProxy = false;
+};
+
+/// What all exchanges between two calls of SetHttpClientOptions have in common.
 class HttpGeneration : private Oak::Base::CNoncopyable {
  public:
     /// A limit of 0 is replaced by its default.
@@ -30,15 +38,15 @@ class HttpGeneration : private Oak::Base::CNoncopyable {
 
     /// The session for a target; null where there is none: the library failed, or the proxy that
     /// the options name is of no use.
-    HINTERNET SessionFor(const HttpTarget& target) const noexcept;
+    const HttpSession* SessionFor(const HttpTarget& target) const noexcept;
 
     /// What is trusted in place of the system's certificates, from `options.caFile`. The file is
     /// read when it is first needed, and again while it is of no use: null then.
     std::shared_ptr<const CertificateTrust> Trust() const;
 
  private:
-    const InternetHandlePtr direct_;
-    const InternetHandlePtr proxied_;  // null where the options say "direct"
+    const HttpSession direct_;
+    const HttpSession proxied_;  // no handle where the options say "direct"
     mutable std::mutex mutex_;
     mutable std::shared_ptr<const CertificateTrust> trust_;  // guarded by mutex_
 };
@@ -50,13 +58,11 @@ using HttpGenerationPtr = std::shared_ptr<const HttpGeneration>;
 class HttpTransport : private Oak::Base::CNoncopyable {
  public:
     HttpTransport();
-    ~HttpTransport();
 
     void SetOptions(const HttpClientOptions& options);
     HttpGenerationPtr Generation() const;
 
  private:
-    const bool socketsStarted_;  // for the names that we look up ourselves
     mutable std::mutex mutex_;
     HttpGenerationPtr current_;  // guarded by mutex_
 };
