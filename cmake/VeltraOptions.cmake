@@ -8,7 +8,10 @@ find_package(Threads REQUIRED)
 target_link_libraries(veltra_options INTERFACE Threads::Threads)
 
 if(MSVC)
-  target_compile_options(veltra_options INTERFACE /W4 /utf-8 $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:/WX>)
+  target_compile_options(veltra_options INTERFACE /W4 /utf-8 /permissive- /Zc:preprocessor
+    /wd4251  # members of exported classes: host and library share their C++ library anyway
+    $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:/WX>)
+  target_compile_definitions(veltra_options INTERFACE _CRT_SECURE_NO_WARNINGS)
 else()
   target_compile_options(veltra_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wcast-align
@@ -19,7 +22,7 @@ else()
 endif()
 
 if(WIN32)
-  target_compile_definitions(veltra_options INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+  target_compile_definitions(veltra_options INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX BOOST_ALL_NO_LIB)
 endif()
 
 # A unique symbol keeps a module mapped after dlclose; nothing here may do that.
