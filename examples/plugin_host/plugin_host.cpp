@@ -28,6 +28,9 @@ class Module {
         return reinterpret_cast<void*>(GetProcAddress(handle_, name));
     }
     static bool LibraryIsLoaded() {
+        // The library's thread has ended its work, but may need a moment more to leave.
+        for (int i = 0; i < 1000 && GetModuleHandleA("veltra.dll") != nullptr; ++i)
+            Sleep(5);
         return GetModuleHandleA("veltra.dll") != nullptr;
     }
 #else

@@ -75,7 +75,10 @@ int main(int argc, char** argv) {
         {
             // By its own name, before anything needs it.
             const Module library("Veltra.dll");
-            if (library.Find<void (*)()>("qlog_set_handler") == nullptr) Fail(round, "no library");
+            using Handler = void (*)(int, const char*, const char*, void*);
+            const auto setHandler = library.Find<void (*)(Handler, void*, int)>("qlog_set_handler");
+            if (setHandler == nullptr) Fail(round, "no library");
+            setHandler(nullptr, nullptr, 4);
             Run(round, url);
             if (stops) Stop(round);
         }
