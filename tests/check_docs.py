@@ -41,7 +41,7 @@ STAND_INS = {
           --preset)
             for argument; do
               name=${argument#-D}
-              [[ $name == "$argument" ]] || grep -qE "^ *(option|set)\(${name%%[:=]*} " -r CMakeLists.txt cmake ||
+              [[ $name == "$argument" ]] || grep -qE "^ *(option|set)\(${name%%[:=]*} " -r CMakeLists.txt cmake tests ||
                 fail "no variable of the project: $argument"
             done
             real -N "$@" ;;
