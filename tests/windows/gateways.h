@@ -3,6 +3,7 @@
 
 #include "support/sockets.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>

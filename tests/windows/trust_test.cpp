@@ -53,12 +53,19 @@ TEST(TrustTest, NothingGoesToAServerThatTheFileDoesNotCover) {
         bool reached;
     } cases[] = {
         // Those that may not send hold their server until the test ends, so they come last.
-        {"chained", "known.pem", true},    {"asking", "known.pem", true},
-        {"good", "text_around.pem", true}, {"good", "", false},
-        {"good", "nothing.pem", false},    {"good", "cut.pem", false},
-        {"good", "broken.pem", false},     {"good", "missing.pem", false},
-        {"elsewhere", "known.pem", false}, {"expired", "known.pem", false},
-        {"client", "known.pem", false},    {"good", "unknown.pem", false},
+        {"chained", "known.pem", true},
+        {"asking", "known.pem", true},
+        {"good", "text_around.pem", true},
+        {"old", "known.pem", false},
+        {"good", "", false},
+        {"good", "nothing.pem", false},
+        {"good", "cut.pem", false},
+        {"good", "broken.pem", false},
+        {"good", "missing.pem", false},
+        {"elsewhere", "known.pem", false},
+        {"expired", "known.pem", false},
+        {"client", "known.pem", false},
+        {"good", "unknown.pem", false},
         {"chained", "unknown.pem", false},
     };
     int number = 0;
