@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 namespace Veltra {
 

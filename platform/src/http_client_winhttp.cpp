@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstdint>
 #include <exception>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>

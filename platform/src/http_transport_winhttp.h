@@ -22,8 +22,8 @@ using InternetHandlePtr = std::unique_ptr<void, InternetHandleDeleter>;
 /// A session of the library's.
 struct HttpSession {
     InternetHandlePtr handle;
-    /// Whether no other session of the process uses the connections that this one keeps. Systems
-    /// before Windows 11 can't be told so.
+    /// Whether no other session of the process uses the connections that this one keeps. Older
+    /// systems can't be told so.
     bool ownsConnections = false;
     bool mayUseProxy = false;
 };

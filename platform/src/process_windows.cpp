@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <system_error>
 #include <type_traits>

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <limits>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstddef>
 #include <cstdio>
 #include <iostream>
 #include <mutex>

@@ -6,6 +6,7 @@
 #include <Veltra/PhraseKey.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <fstream>
 #include <sstream>
 #include <vector>

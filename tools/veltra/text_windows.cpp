@@ -2,6 +2,8 @@
 
 #include "system_windows.h"
 
+#include <cstddef>
+
 namespace tool {
 
 std::wstring wideText(std::string_view utf8) {
