@@ -1,3 +1,4 @@
+#include "http_exchange.h"
 #include "http_rules.h"
 #include "http_target_curl.h"
 #include "http_transport_curl.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <exception>
 #include <limits>
 #include <new>
 #include <optional>
@@ -33,9 +33,6 @@ constexpr Failure overLimit{"limit", CURLE_FILESIZE_EXCEEDED, "the answer is too
 constexpr Failure noMemory{"limit", CURLE_OUT_OF_MEMORY, "no memory, or a request head over 1 MiB"};
 constexpr Failure noTls{"other", CURLE_NOT_BUILT_IN, "the HTTP library has no TLS"};
 constexpr Failure notUsable{"other", CURLE_FAILED_INIT, "no usable HTTP library"};
-/// Tells nobody: a forked child may take no lock for a record, and where the process is ending the
-/// handler's own world may be gone.
-constexpr Failure ended{"ended", CURLE_ABORTED_BY_CALLBACK, "the HTTP client is not available"};
 
 const char* ReasonOf(CURLcode code) {
     switch (code) {
@@ -360,8 +357,8 @@ std::optional<Failure> TakeHandle(HttpTransport& transport, const std::string& u
 }
 
 /// Fills `response` when it returns nothing.
-std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
-                                CHttpClientResponse* response) {
+std::optional<Failure> Perform(HttpTransport& transport, const CHttpClientRequest& request,
+                               CHttpClientResponse* response) {
     if (!IsToken(request.Method())) return refusedMethod;
     const auto headers = HeadersOf(request);
     if (!headers) return refusedHeader;
@@ -380,7 +377,7 @@ std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientReque
 
     const CURLcode code = curl.Perform();
     if (reception.failure != nullptr) return *reception.failure;
-    if (code == CURLE_ABORTED_BY_CALLBACK) return ended;
+    if (code == CURLE_ABORTED_BY_CALLBACK) return exchangeEnded;
     if (code == CURLE_OUT_OF_MEMORY) return noMemory;
     // The library keeps the TLS session all the same, and a resumed one shows the old certificate.
     if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(lease.generation);
@@ -395,43 +392,19 @@ std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientReque
     return std::nullopt;
 }
 
-/// The visit ends before any record is written, and a log handler runs. `shown` is set for the
-/// record alone.
-std::optional<Failure> Attempt(const CHttpClientRequest& request, CHttpClientResponse* response,
-                               std::string& shown) noexcept {
-    const TransportVisit visit;
-    if (visit.Get() == nullptr) return ended;
-    try {
-        const auto failure = Exchange(*visit.Get(), request, response);
-        if (!failure) return std::nullopt;
-        if (auto target = ParseHttpTarget(request.Url().Text())) shown = std::move(target->shown);
-        return failure;
-    } catch (const std::exception&) {
-        return noMemory;
-    }
-}
-
 }  // namespace
 
-HttpClient::HttpClient() {
-    const TransportVisit start;
+std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
+                                CHttpClientResponse* response, std::string& shown) {
+    const auto failure = Perform(transport, request, response);
+    if (!failure) return std::nullopt;
+    // Only now: a success has no need of it.
+    if (auto target = ParseHttpTarget(request.Url().Text())) shown = std::move(target->shown);
+    return failure;
 }
 
-HttpClient::~HttpClient() {}  // the transport outlives every client
-
-bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* response,
-                      Error* error) {
-    std::string shown;
-    const auto failure = Attempt(request, response, shown);
-    if (!failure) return true;
-    Describe(*failure, error);
-    if (failure->code != ended.code) Report(*failure, request.Method(), shown);
-    return false;
-}
-
-void SetHttpClientOptions(const HttpClientOptions& options) {
-    const TransportVisit visit;
-    if (visit.Get() != nullptr) visit.Get()->SetOptions(options);
+void SetOptions(HttpTransport& transport, const HttpClientOptions& options) {
+    transport.SetOptions(options);
 }
 
 }  // namespace Oak::Net

@@ -1,3 +1,4 @@
+#include "http_exchange.h"
 #include "http_request_winhttp.h"
 #include "http_rules.h"
 #include "http_target_winhttp.h"
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <exception>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -40,14 +40,11 @@ constexpr Failure noAddress{"could not connect", ERROR_WINHTTP_NAME_NOT_RESOLVED
                             "the name was not found"};
 constexpr Failure overLimit{"limit", ERROR_FILE_TOO_LARGE, "the answer is too large"};
 constexpr Failure bodyTooLarge{"limit", ERROR_ARITHMETIC_OVERFLOW, "a body of 4 GiB or more"};
-constexpr Failure noMemory{"limit", ERROR_NOT_ENOUGH_MEMORY, "no memory"};
 constexpr Failure cutOff{"cut off", ERROR_HANDLE_EOF, "the answer ended early"};
 constexpr Failure notFinal{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                            "an interim answer in place of the answer"};
 constexpr Failure badLength{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                             "the answer's length is not a number"};
-/// Tells nobody: where the process is ending the handler's own world may be gone.
-constexpr Failure ended{"ended", exchangeEnded, "the HTTP client is not available"};
 /// https alone: what a proxy says in place of a tunnel is no answer of the server's.
 constexpr Failure noTunnel{"could not connect", ERROR_WINHTTP_CANNOT_CONNECT,
                            "the proxy wants a login"};
@@ -84,7 +81,7 @@ constexpr Failure known[] = {
     {"cut off", WSAECONNRESET, "the connection ended early"},
     {"cut off", WSAECONNABORTED, "the connection ended early"},
     {"cut off", ERROR_OPERATION_ABORTED, "the connection ended early"},
-    ended,
+    exchangeEnded,
 };
 
 Failure FailureOf(DWORD error) {
@@ -256,9 +253,9 @@ std::optional<Failure> Exchange(const Plan& plan, Answer& answer) {
 }
 
 /// Fills `response` when it returns nothing.
-std::optional<Failure> Exchange(const HttpTransport& transport, const CHttpClientRequest& request,
-                                const HttpTarget& target, CHttpClientResponse* response) {
-    const HttpGenerationPtr generation = transport.Generation();
+std::optional<Failure> Perform(const HttpGenerationPtr& generation,
+                               const CHttpClientRequest& request, const HttpTarget& target,
+                               CHttpClientResponse* response) {
     const HttpDeadlines deadlines(generation->options);
     if (const auto refusal = Refusal(*generation, target)) return refusal;
     if (!IsToken(request.Method())) return refusedMethod;
@@ -279,42 +276,18 @@ std::optional<Failure> Exchange(const HttpTransport& transport, const CHttpClien
     return std::nullopt;
 }
 
-/// The visit ends before any record is written, and a log handler runs.
-std::optional<Failure> Attempt(const CHttpClientRequest& request, CHttpClientResponse* response,
-                               std::string& shown) noexcept {
-    const TransportVisit visit;
-    if (visit.Get() == nullptr) return ended;
-    try {
-        const auto target = ParseHttpTarget(request.Url().Text());
-        if (!target) return refusedUrl;
-        shown = target->shown;
-        return Exchange(*visit.Get(), request, *target, response);
-    } catch (const std::exception&) {
-        return noMemory;
-    }
-}
-
 }  // namespace
 
-HttpClient::HttpClient() {
-    const TransportVisit start;
+std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
+                                CHttpClientResponse* response, std::string& shown) {
+    const auto target = ParseHttpTarget(request.Url().Text());
+    if (!target) return refusedUrl;
+    shown = target->shown;
+    return Perform(transport.Generation(), request, *target, response);
 }
 
-HttpClient::~HttpClient() {}  // the transport outlives every client
-
-bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* response,
-                      Error* error) {
-    std::string shown;
-    const auto failure = Attempt(request, response, shown);
-    if (!failure) return true;
-    Describe(*failure, error);
-    if (failure->code != ended.code) Report(*failure, request.Method(), shown);
-    return false;
-}
-
-void SetHttpClientOptions(const HttpClientOptions& options) {
-    const TransportVisit visit;
-    if (visit.Get() != nullptr) visit.Get()->SetOptions(options);
+void SetOptions(HttpTransport& transport, const HttpClientOptions& options) {
+    transport.SetOptions(options);
 }
 
 }  // namespace Oak::Net

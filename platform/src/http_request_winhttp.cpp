@@ -1,5 +1,6 @@
 #include "http_request_winhttp.h"
 
+#include "http_exchange.h"
 #include "http_rules.h"
 
 #include <algorithm>
@@ -338,7 +339,7 @@ DWORD AsyncRequest::Await(BOOL started) {
         const bool over = closed_.load() || TransportVisit::Ending();
         if (untrusted_.load()) return ERROR_WINHTTP_SECURE_INVALID_CA;
         if (completed) return error_;
-        if (over) return exchangeEnded;
+        if (over) return static_cast<DWORD>(exchangeEnded.code);
         const auto end = ready_.load() ? deadlines_.finished : deadlines_.connected;
         const DWORD time = WaitingTime(end);
         if (time == 0) return ERROR_WINHTTP_TIMEOUT;

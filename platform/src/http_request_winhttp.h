@@ -29,9 +29,6 @@ struct HttpDeadlines {
 /// on Windows, and under Wine until too many servers have failed; see AsyncRequest::StopSending.
 bool CanJudgeServers() noexcept;
 
-/// What stands in for a number of the library's where the process or the module is ending.
-constexpr DWORD exchangeEnded = 0x20000001;  // of those that no system uses
-
 struct EventDeleter {
     void operator()(HANDLE event) const noexcept { CloseHandle(event); }
 };

@@ -1,5 +1,6 @@
 #include "http_transport_curl.h"
 
+#include "http_exchange.h"
 #include "http_rules.h"
 
 #include <Oak/Base/Process.h>

@@ -108,26 +108,6 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     HandleList idle_;            // guarded by mutex_; newest first, all of current_
 };
 
-/// Access to the transport for the time of one call. The first one starts it.
-///
-/// Null when there is nothing to use: in a forked child, whose copies of the locks and connections
-/// are the parent's business; once the process or the module is ending; and when there was no
-/// memory to start it. Visits are counted, so that the end never frees what a visitor still uses.
-/// An exchange under way asks Ending() now and then, and gives up when it says so.
-class TransportVisit : private Oak::Base::CNoncopyable {
- public:
-    TransportVisit() noexcept;
-    ~TransportVisit();
-
-    HttpTransport* Get() const noexcept { return transport_; }
-
-    static bool Ending() noexcept;
-
- private:
-    bool counted_ = false;
-    HttpTransport* transport_ = nullptr;
-};
-
 }  // namespace Oak::Net
 
 #endif

@@ -1,5 +1,6 @@
 #include "http_transport_winhttp.h"
 
+#include "http_exchange.h"
 #include "http_rules.h"
 
 #include <Oak/Base/Process.h>
@@ -151,8 +152,10 @@ HttpGenerationPtr HttpTransport::Generation() const {
 }
 
 TransportVisit::TransportVisit() noexcept {
+    if (Oak::Base::OtherThreadsGone()) return;
+    counted_ = true;
     visitors.fetch_add(1);
-    if (ended.load() || Oak::Base::OtherThreadsGone()) return;
+    if (ended.load()) return;
     try {
         static Lifetime lifetime;
         transport_ = lifetime.Get();
@@ -161,7 +164,7 @@ TransportVisit::TransportVisit() noexcept {
 }
 
 TransportVisit::~TransportVisit() {
-    visitors.fetch_sub(1);
+    if (counted_) visitors.fetch_sub(1);
 }
 
 bool TransportVisit::Ending() noexcept {

@@ -67,24 +67,6 @@ class HttpTransport : private Oak::Base::CNoncopyable {
     HttpGenerationPtr current_;  // guarded by mutex_
 };
 
-/// Access to the transport for the time of one call. The first one starts it.
-///
-/// Null when there is nothing to use: once the process or the module is ending, and when there was
-/// no memory to start it. Visits are counted, so that the end never frees what a visitor still
-/// uses. An exchange under way asks Ending() now and then, and gives up when it says so.
-class TransportVisit : private Oak::Base::CNoncopyable {
- public:
-    TransportVisit() noexcept;
-    ~TransportVisit();
-
-    HttpTransport* Get() const noexcept { return transport_; }
-
-    static bool Ending() noexcept;
-
- private:
-    HttpTransport* transport_ = nullptr;
-};
-
 /// A call of the library's into this module, made at its beginning: an unload waits for its end.
 /// The visitor that the call woke may have returned to a host by then, which unloads at once.
 class CallbackVisit : private Oak::Base::CNoncopyable {
