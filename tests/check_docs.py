@@ -90,6 +90,7 @@ def run(command, cwd, *, path=(), text=None, **variables):
     """Gives how the command ended, and all that it printed; whatever it started ends with it."""
     environment = {**os.environ, "TZ": "UTC", **variables}
     environment["PATH"] = ":".join([*map(str, path), os.environ["PATH"]])
+    environment.pop("WINEPREFIX", None)  # what a block starts stays in its own tree
     with tempfile.TemporaryFile() as shown:
         process = subprocess.Popen(command, cwd=cwd, env=environment, stdin=subprocess.PIPE, stdout=shown,
                                    stderr=subprocess.STDOUT, start_new_session=True)

@@ -45,9 +45,9 @@ constexpr Failure notFinal{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                            "an interim answer in place of the answer"};
 constexpr Failure badLength{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                             "the answer's length is not a number"};
-/// https alone: what a proxy says in place of a tunnel is no answer of the server's.
+/// What a proxy says in place of a tunnel is no answer of the server's.
 constexpr Failure noTunnel{"could not connect", ERROR_WINHTTP_CANNOT_CONNECT,
-                           "the proxy wants a login"};
+                           "the proxy gave no way to the server"};
 
 /// What the library's numbers mean. Those of the sockets below shine through at times.
 constexpr Failure known[] = {
@@ -204,8 +204,7 @@ struct Plan {
 std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const Plan& plan, Answer& answer) {
     if (request.HeadSize() > maxHeaderBytes) return overLimit;
     if (const DWORD error = request.Status(answer.status)) return FailureOf(error);
-    if (plan.target.tls && answer.status == HTTP_STATUS_PROXY_AUTH_REQ) return noTunnel;
-    if (request.IsUnjudged()) return FailureOf(ERROR_WINHTTP_SECURE_FAILURE_PROXY);
+    if (request.IsWithoutServer()) return noTunnel;
     if (IsInterim(answer.status)) return notFinal;
     if (IsBodiless(plan.request.Method(), answer.status)) return std::nullopt;
     return ReceiveBody(request, plan.generation->options.maxResponseBytes, answer.body);

@@ -78,6 +78,7 @@ DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const Htt
     if (request->event_ == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     request->host_.assign(target.host.begin(), target.host.end());
     request->trust_ = std::move(trust);
+    request->tls_ = target.tls;
     request->session_ = request->generation_->SessionFor(target);
     request->connect_.reset(
         WinHttpConnect(request->session_->handle.get(), request->host_.c_str(), target.port, 0));
@@ -105,10 +106,10 @@ DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const Htt
         return error;
     }
     request->callsBack_ = true;
-    return request->Prepare(target.tls);
+    return request->Prepare();
 }
 
-DWORD AsyncRequest::Prepare(bool tls) {
+DWORD AsyncRequest::Prepare() {
     HINTERNET const handle = handle_.load();
     const HttpClientOptions& options = generation_->options;
     const int whole = Milliseconds(options.totalTimeoutMs);
@@ -126,7 +127,7 @@ DWORD AsyncRequest::Prepare(bool tls) {
     static_cast<void>(SetNumber(handle, WINHTTP_OPTION_MAX_RESPONSE_HEADER_SIZE,
                                 static_cast<DWORD>(maxHeaderBytes)));
     // A server may ask for a certificate and do without: there is none. Wine knows no such option.
-    if (tls)
+    if (tls_)
         static_cast<void>(WinHttpSetOption(handle, WINHTTP_OPTION_CLIENT_CERT_CONTEXT,
                                            WINHTTP_NO_CLIENT_CERT_CONTEXT, 0));
     if (trust_ == nullptr) return 0;
@@ -164,7 +165,8 @@ DWORD AsyncRequest::Send(std::string_view body, bool bodyIsSecret) {
     // What goes with the head stays lent until the answer comes; the buffer can be lent but once.
     std::size_t sent = body.size() <= bufferSize ? body.size() : 0;
     DWORD error = SendHead(body.substr(0, sent), static_cast<DWORD>(body.size()));
-    for (; error == 0 && sent < body.size(); sent += bufferSize)
+    // Without a server the rest would be for the proxy; what that said is to be had by Receive.
+    for (; error == 0 && sent < body.size() && !IsWithoutServer(); sent += bufferSize)
         error = Write(body.substr(sent, bufferSize));
     return error;
 }
@@ -283,7 +285,7 @@ void CALLBACK AsyncRequest::OnStatus(HINTERNET handle, DWORD_PTR context, DWORD 
 
 /// The last moment at which the library can be stopped: TLS stands, and nothing has gone out.
 void AsyncRequest::OnSending(HINTERNET handle) noexcept {
-    switch (trust_ != nullptr ? Judge(handle) : Verdict::trusted) {
+    switch (tls_ ? Judge(handle) : Verdict::trusted) {
         case Verdict::trusted:
             trusted_.store(true);
             ready_.store(true);
@@ -313,11 +315,11 @@ AsyncRequest::Verdict AsyncRequest::Judge(HINTERNET handle) const noexcept {
     if (WinHttpQueryOption(handle, WINHTTP_OPTION_SERVER_CERT_CONTEXT, static_cast<void*>(&context),
                            &size) == FALSE) {
         // A proxy is asked for a tunnel first, without any field of the request.
-        return session_->mayUseProxy && GetLastError() == ERROR_WINHTTP_INCORRECT_HANDLE_STATE
-                   ? Verdict::noServerYet
-                   : Verdict::untrusted;
+        if (session_->mayUseProxy && GetLastError() == ERROR_WINHTTP_INCORRECT_HANDLE_STATE)
+            return Verdict::noServerYet;
     }
     const CertificatePtr certificate(context);
+    if (trust_ == nullptr) return Verdict::trusted;  // the system's own judgement
     return certificate != nullptr && trust_->Covers(*certificate, host_) ? Verdict::trusted
                                                                          : Verdict::untrusted;
 }

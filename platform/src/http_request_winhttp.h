@@ -69,8 +69,8 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     /// since the body comes in chunks.
     std::wstring ContentLength() const;
 
-    /// Whether a server had to be judged and none was: the answer is a proxy's.
-    bool IsUnjudged() const noexcept { return trust_ != nullptr && !trusted_.load(); }
+    /// Whether a server had to be trusted and none was asked: the answer is a proxy's.
+    bool IsWithoutServer() const noexcept { return tls_ && !trusted_.load(); }
 
     /// Whether it went out on a connection that had been kept.
     bool OnKeptConnection() const noexcept { return !connectedAnew_.load(); }
@@ -85,7 +85,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
 
     enum class Verdict { trusted, untrusted, noServerYet };
 
-    DWORD Prepare(bool tls);
+    DWORD Prepare();
     Verdict Judge(HINTERNET handle) const noexcept;
     void OnSending(HINTERNET handle) noexcept;
     void StopSending() noexcept;
@@ -109,6 +109,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     std::shared_ptr<AsyncRequest> self_;  // while the library may call back
     std::shared_ptr<const CertificateTrust> trust_;
     std::wstring host_;
+    bool tls_ = false;
     bool callsBack_ = false;
     bool wipe_ = false;
     const std::unique_ptr<char[]> buffer_;

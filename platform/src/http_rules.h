@@ -32,7 +32,7 @@ HttpClientOptions WithDefaultsForZero(HttpClientOptions options);
 /// Why an exchange failed. Fixed texts alone: the message of a library below may quote a URL.
 struct Failure {
     const char* reason;
-    std::int32_t code;  ///< the number that the library below has for it
+    std::int32_t code;  ///< the number that the library below has for it, or one of http_exchange.h
     const char* detail;
 };
 
