@@ -40,7 +40,7 @@ inline void KeepBusy(std::latch& begun) {
 inline bool Reach(std::string_view state, const char* url, const char* ca, Meet meet) {
     Oak::Net::HttpClientOptions options;
     options.caFile = ca;
-    options.totalTimeoutMs = state == "asking_stalled" ? 5000 : 1000;
+    options.totalTimeoutMs = state == "asking_stalled" ? 5000 : 3000;
     Oak::Net::SetHttpClientOptions(options);
     Veltra::Veltra_Enable();
     if (!Veltra::Veltra_SetDomain(url)) return false;
