@@ -3,6 +3,7 @@
 
 #include "e2e/e2e_support.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <latch>
 #include <string_view>
@@ -10,6 +11,10 @@
 
 /// The states in which a host of lifetime_test may end. Host and plugin share them.
 namespace lifetime {
+
+/// Ten hosts log in at a time, which takes long enough without the thread sanitizer.
+constexpr std::uint32_t kPatienceMs =
+    std::string_view(LIFETIME_SANITIZERS).find("thread") == std::string_view::npos ? 3000 : 10000;
 
 /// Says where the host is, and returns when the test lets it go on.
 using Meet = void (*)(const char* where);
@@ -40,7 +45,7 @@ inline void KeepBusy(std::latch& begun) {
 inline bool Reach(std::string_view state, const char* url, const char* ca, Meet meet) {
     Oak::Net::HttpClientOptions options;
     options.caFile = ca;
-    options.totalTimeoutMs = state == "asking_stalled" ? 5000 : 3000;
+    options.totalTimeoutMs = state == "asking_stalled" ? 5000 : kPatienceMs;
     Oak::Net::SetHttpClientOptions(options);
     Veltra::Veltra_Enable();
     if (!Veltra::Veltra_SetDomain(url)) return false;
