@@ -27,7 +27,7 @@ class Module {
     void* Find(const char* name) const {
         return reinterpret_cast<void*>(GetProcAddress(handle_, name));
     }
-    static bool LibraryIsLoaded() {
+    static bool LibraryStaysLoaded() {
         // The library's thread has ended its work, but may need a moment more to leave.
         for (int i = 0; i < 1000 && GetModuleHandleA("veltra.dll") != nullptr; ++i)
             Sleep(5);
@@ -41,7 +41,7 @@ class Module {
     void* Find(const char* name) const {
         return dlsym(handle_, name);
     }
-    static bool LibraryIsLoaded() {
+    static bool LibraryStaysLoaded() {
         void* const library = dlopen("libveltra.so.1", RTLD_NOW | RTLD_NOLOAD);
         if (library != nullptr) dlclose(library);  // the look itself counted
         return library != nullptr;
@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
     // Twice, to show that it comes back as new: the second round logs in again.
     for (int round = 0; round < 2; ++round) {
         if (!AskOnce(argv[1], appKey, secretKey)) return 1;
-        if (Module::LibraryIsLoaded()) return 1;
+        if (Module::LibraryStaysLoaded()) return 1;
     }
     std::cout << "loaded and unloaded twice\n";
     return 0;

@@ -108,7 +108,7 @@ class HttpClient {
  public:
     /// A failure, as far as a caller could want to know; filled with zero bytes before `Send`.
     struct Error {
-        std::int32_t code;  ///< the transport's own number for the failure; 0: none
+        std::int32_t code;  ///< the HTTP library's number for the failure, or our own; 0: none
         char text[124];     ///< one line, zero-terminated, possibly cut
     };
 
