@@ -2,44 +2,31 @@
 #define VELTRA_SRC_AIMANAGER_H
 
 #include "GatewayCall.h"
+#include "Monitor.h"
+#include "RenewalGate.h"
 #include "SensitiveWordFilter.h"
+#include "TokenMessage.h"
 
 #include <Oak/Base/Noncopyable.h>
-#include <Oak/Base/Process.h>
 #include <Veltra/LicenseInfo.h>
 
 #include <boost/thread/shared_mutex.hpp>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <unordered_set>
 #include <vector>
 
 namespace Veltra {
 
-/// The request for a token.
-class TokenMessage {
- public:
-    /// Posts one access-key pair to a domain, once. True when the answer was complete; then, and
-    /// only then, all three results are written: the bearer token, the expiry that the gateway
-    /// states (which steers nothing: a token is renewed by its age), and the domain that all other
-    /// calls go to. Any thread may call it; it blocks for the exchange.
-    static bool GetToekn(const std::string& domain, const std::string& appKey,
-                         const std::string& secretKey, std::string& token, std::int64_t& expiry,
-                         std::string& llmDomain);
-};
-
 /// The one process-wide object behind the exported functions: the enable flag, the domains, the
 /// credentials, the token, the thread that keeps it fresh, the phrase filter.
 ///
-/// Any thread may call any operation, except that the destructor comes last. Two locks, neither
-/// taken while the other is held, neither held across an exchange, a pause, a join or a log record:
-/// `dataMutex_` over the texts, `cvMutex_` over the monitor's life and whose turn a renewal is.
+/// Any thread may call any operation, except that the destructor comes last. `dataMutex_` guards
+/// the texts; the monitor and the renewal's gate have locks of their own. None is taken while
+/// another is held, nor held across an exchange, a pause, a join or a log record.
 class CAIManager : private Oak::Base::CNoncopyable {
  public:
     /// The instance, made on the first call. A caller holds a HostCall, or is the monitor.
@@ -112,27 +99,19 @@ class CAIManager : private Oak::Base::CNoncopyable {
     bool HasSensitiveWords(const std::string& text) const;
 
  private:
-    enum class MonitorState { none, starting, running, stopping };
-    enum class Renewal { succeeded, failed, cut };
-    class RenewalTurn;
+    using Renewal = RenewalGate::Outcome;
 
-    CAIManager() = default;
+    CAIManager();
 
     void Store(const std::string& token, const std::string* llmDomain);
 
     bool TokenIsFresh() const;
     Renewal RenewOrShare(std::uint64_t& seen);
-    Renewal renewAuthenticationToken(const RenewalTurn& turn, const std::vector<CAccessKey>& list,
-                                     bool first);
+    Renewal renewAuthenticationToken(const RenewalGate::Turn& turn,
+                                     const std::vector<CAccessKey>& list, bool first);
     bool RequestToken(const std::vector<std::string>& domains, const std::function<bool()>& mayGoOn,
                       std::string& token, std::string& llmDomain) const;
     void UsePair(std::int32_t index);
-    bool Pause(std::uint64_t seen, std::uint64_t stopsBefore);
-
-    void MonitorLoop();
-    void EndStarting(MonitorState state);
-    void JoinMonitor(std::unique_lock<std::mutex>& lock);
-    bool MonitorMustEnd() const;
 
     // Credentials: belong to the thread whose turn it is to renew.
     std::string appKey_;
@@ -147,21 +126,9 @@ class CAIManager : private Oak::Base::CNoncopyable {
     std::string token_;
     std::uint64_t tokenGeneration_ = 0;
 
-    Oak::Base::ServiceThread monitorThread_;  // guarded by cvMutex_
-    std::atomic<bool> stopFlag_{false};       // set under cvMutex_, so that no wait misses it
-    mutable std::mutex cvMutex_;
-    std::condition_variable cv_;  // announces every change below, and stopFlag_
-    MonitorState monitorState_ = MonitorState::none;
-    bool monitorRuns_ = false;  // its thread has begun and is not joined yet
-    std::thread::id starter_;   // who is starting it
-    std::uint64_t monitorsEnded_ = 0;
-    std::uint64_t stopRequests_ = 0;
-    bool closed_ = false;
-    std::thread::id renewing_;  // whose turn it is
-    std::uint64_t renewalsEnded_ = 0;
-    std::uint64_t lastSuccess_ = 0;  // value of renewalsEnded_ after the last good one
+    RenewalGate gate_;
+    Monitor monitor_;
 
-    std::int32_t checkIntervalMs_ = 10000;
     std::atomic<bool> llmServiceValid_{false};
     std::atomic<bool> tokenValid_{false};
     std::atomic<bool> enable_{false};

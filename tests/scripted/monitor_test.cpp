@@ -124,7 +124,7 @@ TEST_F(MonitorTest, ChecksEachIntervalAndSurvivesExceptions) {
     LogInUntilTheMonitorWaits();
     AnswerBy([](const Request&) -> Answer { throw std::runtime_error("from below"); });
     LetItCheck();
-    EXPECT_EQ(Count("5 CAIManager::MonitorLoop|check of the token failed:from below"), 1U);
+    EXPECT_EQ(Count("5 Monitor::Loop|check of the token failed:from below"), 1U);
 
     AnswerInOrder({});  // the probe fails: the service is not usable
     LetItCheck();
