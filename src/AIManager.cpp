@@ -1,9 +1,11 @@
 #include "AIManager.h"
 
+#include "CallWatch.h"
 #include "HostCall.h"
 #include "Log.h"
 
 #include <Oak/Base/Clock.h>
+#include <Oak/Base/Wipe.h>
 
 #include <boost/thread/lock_types.hpp>
 
@@ -37,6 +39,7 @@ class Owner {
     ~Owner() {
         if (Oak::Base::OtherThreadsGone()) return;  // locks in an unknown state
         HostCall::Close();
+        CallWatch::EndAll();
         const bool unused = manager_->Close();
         // Host threads that are still inside a call when the process ends keep what they use; it
         // goes with the process. At unload no call may be under way, and everything is freed.
@@ -78,6 +81,12 @@ CAIManager::CAIManager()
 
 CAIManager::~CAIManager() {
     stop();
+    ForgetCredentials();
+}
+
+void CAIManager::WakeWaits() noexcept {
+    if (CAIManager* const manager = publishedInstance.load(std::memory_order_acquire))
+        manager->gate_.Wake();
 }
 
 // --- switches ------------------------------------------------------------------------------------
@@ -174,15 +183,13 @@ bool CAIManager::IsDomianValid(const std::string& domain) {
     Oak::Net::CHttpClientRequest request("POST", Oak::Net::URL(domain + kQueryPath));
     request.SetContentType("application/json");
     Oak::Net::CHttpClientResponse response;
-    const bool reached = SendUntilOk(
-        request, response,
-        [&](std::int32_t status) {
-            VELTRA_LOG(operation, 5, "http client send message failed,errcode:%d,domian is :%s",
-                       status, domain.c_str());
-        },
-        [this] { return !monitor_.MustEnd(); });
+    const bool reached = SendUntilOk(request, response, kShortExchange, [&](std::int32_t status) {
+        VELTRA_LOG(operation, 5, "http client send message failed,errcode:%d,domian is :%s", status,
+                   domain.c_str());
+    });
     if (!reached) {
-        if (monitor_.MustEnd()) return false;  // given up, which says nothing about the domain
+        // The monitor's that was given up says nothing about the domain.
+        if (Monitor::IsThisThread() && !CallWatch::MayGoOn()) return false;
         VELTRA_LOG(operation, 5, "http client send message failed,domian is :%s", domain.c_str());
         return false;
     }
@@ -190,6 +197,7 @@ bool CAIManager::IsDomianValid(const std::string& domain) {
     response.GetResponseData(&answer);
     if (answer.empty()) {
         VELTRA_LOG(operation, 5, "response is empty,domian is :%s", domain.c_str());
+        CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is empty");
         return false;
     }
     return true;
@@ -205,6 +213,7 @@ void CAIManager::SetToken(const std::string& token) {
 /// domain of the one before.
 void CAIManager::Store(const std::string& token, const std::string* llmDomain) {
     const WriteLock lock(dataMutex_);
+    Oak::Base::Wipe(token_);
     token_ = token;
     ++tokenGeneration_;
     if (llmDomain != nullptr) llmDomain_ = *llmDomain;
@@ -244,7 +253,7 @@ bool CAIManager::TokenIsFresh() const {
 bool CAIManager::renewAuthenticationToken(const std::vector<CAccessKey>& list, const bool& first) {
     const auto outcome =
         gate_.Run([&](const auto& turn) { return renewAuthenticationToken(turn, list, first); },
-                  [this] { return monitor_.MustEnd(); });
+                  [] { return !CallWatch::MayGoOn(); });
     return outcome == Renewal::succeeded;
 }
 
@@ -252,22 +261,24 @@ bool CAIManager::renewAuthenticationToken(const std::vector<CAccessKey>& list, c
 CAIManager::Renewal CAIManager::RenewOrShare(std::uint64_t& seen) {
     return gate_.RunOrShare(
         [this](const auto& turn) { return renewAuthenticationToken(turn, {}, false); },
-        [this] { return monitor_.MustEnd(); }, seen);
+        [] { return !CallWatch::MayGoOn(); }, seen);
 }
 
-/// The renewal itself, in the calling thread's turn. A check's ends between two requests when the
-/// monitor was told to end; a login's runs to its end.
+/// The renewal itself, in the calling thread's turn. It ends between two requests when the call is
+/// over; a check's also when the monitor was told to end, while a login's runs on then.
 CAIManager::Renewal CAIManager::renewAuthenticationToken(const RenewalGate::Turn& /*turn*/,
                                                          const std::vector<CAccessKey>& list,
                                                          bool first) {
     VELTRA_OPERATION(operation);
     if (!list.empty()) {
-        accessKeys_.insert(accessKeys_.end(), list.begin(), list.end());
+        accessKeys_.Add(list);
         UsePair(0);
     }
     if (!first) {
-        if (keyIndex_ < 0 || static_cast<std::size_t>(keyIndex_) >= accessKeys_.size()) {
+        if (keyIndex_ < 0 || static_cast<std::size_t>(keyIndex_) >= accessKeys_.Get().size()) {
             VELTRA_LOG(operation, 5, "get token failed,no ak/sk can use");
+            CallWatch::NoteFailure(CallOutcome::NotUsable,
+                                   "there are no access keys: log in first");
             SetLLMServiceValid(false);
             return Renewal::failed;
         }
@@ -280,11 +291,11 @@ CAIManager::Renewal CAIManager::renewAuthenticationToken(const RenewalGate::Turn
                              : std::vector<std::string>{configDomain};
     std::string token;
     std::string llmDomain;
-    const auto mayGoOn = [&] { return first || !monitor_.MustEnd(); };
+    const auto mayGoOn = [&] { return first ? !CallWatch::Over() : CallWatch::MayGoOn(); };
     while (!RequestToken(domains, mayGoOn, token, llmDomain)) {
         if (!mayGoOn()) return Renewal::cut;
         // As unsigned numbers, -1 and the last index of an empty list are both the largest.
-        if (static_cast<std::size_t>(keyIndex_) >= accessKeys_.size() - 1) {
+        if (static_cast<std::size_t>(keyIndex_) >= accessKeys_.Get().size() - 1) {
             VELTRA_LOG(operation, 5, "get token failed,not get token");
             SetLLMServiceValid(false);
             return Renewal::failed;
@@ -293,16 +304,48 @@ CAIManager::Renewal CAIManager::renewAuthenticationToken(const RenewalGate::Turn
     }
     VELTRA_LOG(operation, 3, "get token success");
     Store(token, &llmDomain);
+    Oak::Base::Wipe(token);
     SetDomian(llmDomain);
     SetLLMServiceValid(true);
     return Renewal::succeeded;
 }
 
 void CAIManager::UsePair(std::int32_t index) {
+    const CAccessKey& pair = accessKeys_.Get()[static_cast<std::size_t>(index)];
     keyIndex_ = index;
-    const CAccessKey& pair = accessKeys_[static_cast<std::size_t>(index)];
+    Oak::Base::Wipe(appKey_);
+    Oak::Base::Wipe(secretKey_);
     appKey_ = pair.appKey;
     secretKey_ = pair.secretKey;
+}
+
+bool CAIManager::Logout() {
+    VELTRA_OPERATION(operation);
+    if (gate_.IsMine()) return false;  // its credentials are in use further up this very thread
+    stop();
+    // In a turn of its own, so that no renewal is using what goes. It has no outcome for others.
+    gate_.Run(
+        [this](const auto&) {
+            ForgetCredentials();
+            return Renewal::cut;
+        },
+        [] { return false; });
+    VELTRA_LOG(operation, 3, "logged out");
+    return true;
+}
+
+void CAIManager::ForgetCredentials() {
+    accessKeys_ = AccessKeys();
+    keyIndex_ = -1;
+    Oak::Base::Wipe(appKey_);
+    Oak::Base::Wipe(secretKey_);
+    SetLLMServiceValid(false);
+    const WriteLock lock(dataMutex_);
+    Oak::Base::Wipe(token_);
+    ++tokenGeneration_;
+    llmDomain_.clear();
+    tokenValid_ = false;
+    tokenTime_ = -1;
 }
 
 /// Requests a token with the pair in use, from one domain after the other while it may.
@@ -321,7 +364,7 @@ void CAIManager::checkTokenValidity() {
     VELTRA_OPERATION(operation);
     const std::uint64_t stopsBefore = StopRequests();
     const bool reached = IsDomianValid(GetDomian());
-    if (monitor_.MustEnd()) return;  // the probe may have been given up
+    if (!CallWatch::MayGoOn()) return;  // the probe may have been given up
     SetLLMServiceValid(reached);
 
     // The count is taken before the token is looked at: a renewal that ends in between makes the
@@ -332,7 +375,7 @@ void CAIManager::checkTokenValidity() {
     Renewal outcome = RenewOrShare(seen);
     if (outcome != Renewal::failed) return;
     VELTRA_LOG(operation, 5, "Update token failed");
-    const auto stopped = [&] { return monitor_.MustEnd() || StopRequests() != stopsBefore; };
+    const auto stopped = [&] { return !CallWatch::MayGoOn() || StopRequests() != stopsBefore; };
     for (int retry = 0; retry < kRenewalRetries && outcome == Renewal::failed; ++retry) {
         if (!gate_.Pause(seen, stopped)) return;
         outcome = RenewOrShare(seen);

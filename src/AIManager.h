@@ -1,6 +1,8 @@
 #ifndef VELTRA_SRC_AIMANAGER_H
 #define VELTRA_SRC_AIMANAGER_H
 
+#include "AccessKeys.h"
+#include "CallReports.h"
 #include "GatewayCall.h"
 #include "Monitor.h"
 #include "RenewalGate.h"
@@ -33,6 +35,12 @@ class CAIManager : private Oak::Base::CNoncopyable {
     static CAIManager* GetInstance();
 
     ~CAIManager();
+
+    /// Makes whoever waits for a renewal, or in a pause, ask again whether to go on.
+    static void WakeWaits() noexcept;
+
+    /// The reports of the threads' last calls.
+    CallReports& Reports() { return reports_; }
 
     bool Enable();   ///< True.
     bool Disable();  ///< Clears the flag, then stops the monitor. True.
@@ -89,6 +97,9 @@ class CAIManager : private Oak::Base::CNoncopyable {
     /// Ends the monitor and returns when it has ended; on the monitor's own thread it only asks
     /// for the end.
     void stop();
+    /// Ends the monitor, then forgets and wipes pairs and token, clears the token's domain and
+    /// "usable". False, with nothing done, on a thread whose own renewal is under way.
+    bool Logout();
     /// Stops for good: no later `start` has an effect. True when nothing of this object is in use
     /// by the calling thread, so that it may be freed.
     bool Close();
@@ -112,11 +123,12 @@ class CAIManager : private Oak::Base::CNoncopyable {
     bool RequestToken(const std::vector<std::string>& domains, const std::function<bool()>& mayGoOn,
                       std::string& token, std::string& llmDomain) const;
     void UsePair(std::int32_t index);
+    void ForgetCredentials();
 
     // Credentials: belong to the thread whose turn it is to renew.
     std::string appKey_;
     std::string secretKey_;
-    std::vector<CAccessKey> accessKeys_;
+    AccessKeys accessKeys_;
     std::int32_t keyIndex_ = -1;
 
     std::atomic<std::int64_t> tokenTime_{-1};
@@ -126,6 +138,7 @@ class CAIManager : private Oak::Base::CNoncopyable {
     std::string token_;
     std::uint64_t tokenGeneration_ = 0;
 
+    CallReports reports_;
     RenewalGate gate_;
     Monitor monitor_;
 

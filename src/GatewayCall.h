@@ -1,8 +1,11 @@
 #ifndef VELTRA_SRC_GATEWAYCALL_H
 #define VELTRA_SRC_GATEWAYCALL_H
 
+#include "CallWatch.h"
+
 #include <Oak/Net/HttpClient.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -13,6 +16,12 @@ namespace Veltra {
 /// Path of the queries; also that of the domain probe.
 inline constexpr const char* kQueryPath =
     "/api/tmqgw/aillm/v1/third/text/prompt/by/template/analysis";
+
+/// The limit of exchanges that carry no model's answer and no picture: the gateway has nothing to
+/// think about there. A shorter one of the options counts instead.
+inline constexpr std::chrono::milliseconds kShortExchange{15000};
+/// The limit of the others: that of the options alone.
+inline constexpr std::chrono::milliseconds kLongExchange{0};
 
 /// Where a gateway call goes and how it identifies itself, read at one moment.
 struct GatewayAccess {
@@ -25,36 +34,34 @@ struct GatewayAccess {
 Oak::Net::CHttpClientRequest MakeGatewayRequest(const GatewayAccess& access, const char* path,
                                                 const std::string& body);
 
-/// Sends once.
-bool SendOnce(const Oak::Net::CHttpClientRequest& request, Oak::Net::CHttpClientResponse& response,
-              Oak::Net::HttpClient::Error& error);
+/// Sends once, within `limit`, unless the call is over. Every exchange of the layer goes through
+/// here: the call's report has its attempts, statuses and failures from this place.
+bool SendOnce(Oak::Net::CHttpClientRequest& request, Oak::Net::CHttpClientResponse& response,
+              std::chrono::milliseconds limit);
 
-/// Sends up to three times, one right after the other, until an answer has status 200. `refused`
-/// gets the status of each answer with another one; `mayGoOn` is asked before a repeat. False when
-/// no attempt had status 200.
-template <class Refused, class MayGoOn>
-bool SendUntilOk(const Oak::Net::CHttpClientRequest& request,
-                 Oak::Net::CHttpClientResponse& response, Refused refused, MayGoOn mayGoOn) {
+/// Sends up to three times, one right after the other, until an answer has status 200, and as long
+/// as the call may go on. `refused` gets the status of each answer with another one. False when no
+/// attempt had status 200.
+template <class Refused>
+bool SendUntilOk(Oak::Net::CHttpClientRequest& request, Oak::Net::CHttpClientResponse& response,
+                 std::chrono::milliseconds limit, Refused refused) {
     constexpr int kAttempts = 3;
-    Oak::Net::HttpClient::Error error{};
-    for (int attempt = 0; attempt < kAttempts && (attempt == 0 || mayGoOn()); ++attempt) {
-        if (!SendOnce(request, response, error)) continue;
+    for (int attempt = 0; attempt < kAttempts && CallWatch::MayGoOn(); ++attempt) {
+        if (!SendOnce(request, response, limit)) continue;
         if (response.GetStatusCode() == 200) return true;
         refused(response.GetStatusCode());
     }
     return false;
 }
 
-template <class Refused>
-bool SendUntilOk(const Oak::Net::CHttpClientRequest& request,
-                 Oak::Net::CHttpClientResponse& response, Refused refused) {
-    return SendUntilOk(request, response, refused, [] { return true; });
-}
-
 /// Sends a gateway call in the same way, and logs in the name of `operation` the status of each
 /// answer with another one than 200, and at last that no attempt had it.
-bool SendGatewayCall(const char* operation, const Oak::Net::CHttpClientRequest& request,
-                     Oak::Net::CHttpClientResponse& response);
+bool SendGatewayCall(const char* operation, Oak::Net::CHttpClientRequest& request,
+                     Oak::Net::CHttpClientResponse& response, std::chrono::milliseconds limit);
+
+/// Takes down a refusal by the gateway, which gave this code and message; one without a code can't
+/// be understood.
+void NoteRefusal(const std::string& code, const std::string& message);
 
 }  // namespace Veltra
 

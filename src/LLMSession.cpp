@@ -2,7 +2,6 @@
 
 #include "AIManager.h"
 #include "GatewayCall.h"
-#include "HostCall.h"
 #include "JsonText.h"
 #include "Log.h"
 #include "Records.h"
@@ -86,14 +85,14 @@ struct AISession::Query {
 bool AISession::ExecuteQuery(std::shared_ptr<CHumanMessage> message,
                              std::shared_ptr<CLLMMessage>& result) {
     VELTRA_OPERATION(operation);
-    const HostCall call;
+    SteeredCall call;
     if (!call) {
         errorCode_ = kNotUsable;
         errorMessage_ = "veltra is not enable";
         return false;
     }
     Query query{operation, *CAIManager::GetInstance(), {}, {}, {}};
-    if (!Run(query, message, result)) return false;
+    if (!call.End(Run(query, message, result))) return false;
     // Failed attempts on the way to an answer are no news to the host.
     errorCode_ = kNoError;
     errorMessage_.clear();
@@ -113,6 +112,7 @@ bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
                     std::shared_ptr<CLLMMessage>& result) {
     if (!query.manager.IsEnable()) {
         VELTRA_LOG(query.operation, 5, "veltra is not enable");
+        CallWatch::NoteFailure(CallOutcome::NotEnabled, kDetailNotEnabled);
         errorCode_ = kNotUsable;
         errorMessage_ = "veltra is not enable";
         return false;
@@ -121,18 +121,21 @@ bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
     errorMessage_.clear();
     if (!query.manager.IsLLMServiceValid()) {
         VELTRA_LOG(query.operation, 5, "llm service is not can be used");
+        CallWatch::NoteFailure(CallOutcome::NotUsable, kDetailNotUsable);
         errorCode_ = kNotUsable;
         errorMessage_ = "llm service is not can be used";
         return false;
     }
     if (!message) {
         VELTRA_LOG(query.operation, 5, "humanmessage ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "no message was given");
         errorCode_ = kNoInputOrToken;
         return false;
     }
     const std::shared_ptr<CHumanMessageIMP> record = message->GetPtrManager();
     if (!record) {
         VELTRA_LOG(query.operation, 5, "humanmessage manager ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "the message was moved from");
         errorCode_ = kNoInputOrToken;
         return false;
     }
@@ -141,12 +144,17 @@ bool AISession::Run(Query& query, const std::shared_ptr<CHumanMessage>& message,
     if (Parse(query, result)) return true;
 
     errorCode_ = boost::algorithm::contains(query.refusal, kSensitiveMark) ? kSensitive : kRefused;
+    if (errorCode_ == kSensitive)
+        CallWatch::NoteFailure(CallOutcome::ForbiddenWords, "the gateway found a forbidden word");
     if (boost::algorithm::contains(query.refusal, kTokenRejectedMark)) {
         errorCode_ = kNoInputOrToken;
         query.manager.RejectToken(query.tokenGeneration);
         query.manager.checkTokenValidity();
         if (!Send(query)) return false;
         if (Parse(query, result)) return true;
+        if (boost::algorithm::contains(query.refusal, kTokenRejectedMark))
+            CallWatch::NoteFailure(CallOutcome::TokenRejected,
+                                   "the gateway rejected the token, and the renewed one");
     }
     errorMessage_ = query.refusal;
     return false;
@@ -158,15 +166,18 @@ bool AISession::Prepare(Query& query, const CHumanMessageIMP& record) {
     for (const auto& element : record.elements) {
         if (!query.manager.HasSensitiveWords(element.second)) continue;
         VELTRA_LOG(query.operation, 5, "has sensitive words");
+        CallWatch::NoteFailure(CallOutcome::Screened, "a value holds a phrase of the list");
         errorMessage_ = "has sensitive words";
         errorCode_ = kSensitive;
         return false;
     }
     if (!record.sessionId.empty()) {
+        CallWatch::NoteTraceId(record.sessionId);
         query.body = QueryBody(record, record.sessionId);
         return true;
     }
     const std::string traceId = Oak::Base::GuidUtil::CreateGuid();
+    CallWatch::NoteTraceId(traceId);
     query.body = QueryBody(record, traceId);
     VELTRA_LOG(query.operation, 4, "sessionID isempty,set id is:%s", traceId.c_str());
     return true;
@@ -178,14 +189,15 @@ bool AISession::Send(Query& query) {
     query.tokenGeneration = access.tokenGeneration;
     if (access.token.empty()) {
         VELTRA_LOG(query.operation, 5, "get token failed");
+        CallWatch::NoteFailure(CallOutcome::NotUsable, kDetailNoToken);
         errorCode_ = kNoInputOrToken;
         return false;
     }
-    const auto request = MakeGatewayRequest(access, kQueryPath, query.body);
+    auto request = MakeGatewayRequest(access, kQueryPath, query.body);
     VELTRA_LOG(query.operation, 2, "request:%s", query.body.c_str());
 
     Oak::Net::CHttpClientResponse response;
-    if (!SendGatewayCall(query.operation, request, response)) {
+    if (!SendGatewayCall(query.operation, request, response, kLongExchange)) {
         errorCode_ = kNotSent;
         errorMessage_ = "client send message failed";
         return false;
@@ -195,6 +207,7 @@ bool AISession::Send(Query& query) {
                query.response.c_str());
     if (query.response.empty()) {
         VELTRA_LOG(query.operation, 5, "response is empty");
+        CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is empty");
         errorCode_ = kRefused;
         errorMessage_ = "response is empty";
         return false;
@@ -207,6 +220,7 @@ bool AISession::Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const 
     const auto document = std::make_shared<proto::CRapidJsonProto>();
     if (!document->set_str(query.response)) {
         VELTRA_LOG(query.operation, 4, "set_str failed,rsp:%s", query.response.c_str());
+        CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is not JSON");
         return false;
     }
     const std::string errorCode = document->get_str("/errorCode", "");
@@ -216,10 +230,12 @@ bool AISession::Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const 
             VELTRA_LOG(query.operation, 4, "data is empty,http client get response:%s",
                        query.response.c_str());
         }
+        CallWatch::NoteGateway(errorCode, document->get_str("/message", ""));
         result = std::make_shared<AIMessage>(std::move(content));
         return true;
     }
     query.refusal = document->get_str("/message", "");
+    NoteRefusal(errorCode, query.refusal);
     VELTRA_LOG(query.operation, 5, "http client get response:%s,errcode:%s", query.refusal.c_str(),
                errorCode.c_str());
     return false;

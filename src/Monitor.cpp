@@ -1,5 +1,6 @@
 #include "Monitor.h"
 
+#include "CallWatch.h"
 #include "Log.h"
 
 #include <Oak/Base/Clock.h>
@@ -36,6 +37,7 @@ void Monitor::Loop() {
     const auto told = [this] { return Told(); };
     while (!told()) {
         try {
+            const CallWatch cycle(stopFlag_);
             check_();
         } catch (const std::exception& failure) {
             VELTRA_LOG(operation, 5, "check of the token failed:%s", failure.what());

@@ -32,8 +32,8 @@ namespace Veltra {
 /// `operation` names the caller in the log records.
 class Monitor : private Oak::Base::CNoncopyable {
  public:
-    /// `check` is what the thread does in each cycle. `wakeWaits` wakes whoever waits elsewhere and
-    /// asks MustEnd or StopRequests.
+    /// `check` is what the thread does in each cycle, under a CallWatch that knows of the stop.
+    /// `wakeWaits` wakes whoever waits elsewhere and asks that or StopRequests.
     Monitor(std::function<void()> check, std::function<void()> wakeWaits);
 
     /// Starts the thread unless it runs; returns once it does. Waits for a stop under way. Does
@@ -51,8 +51,6 @@ class Monitor : private Oak::Base::CNoncopyable {
 
     /// Whether the calling thread is the monitor.
     static bool IsThisThread();
-    /// Whether it is, and was told to end.
-    bool MustEnd() const { return IsThisThread() && Told(); }
 
  private:
     enum class State { none, starting, running, stopping };

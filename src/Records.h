@@ -1,6 +1,8 @@
 #ifndef VELTRA_SRC_RECORDS_H
 #define VELTRA_SRC_RECORDS_H
 
+#include "AccessKeys.h"
+
 #include <Veltra/Comment.h>
 #include <Veltra/LicenseInfo.h>
 #include <Veltra/Types.h>
@@ -19,7 +21,7 @@ namespace Veltra {
 struct CLicenseInfoIMP {
     std::string productVersion;
     std::string keyText;
-    std::vector<CAccessKey> accessKeys;
+    AccessKeys accessKeys;
 };
 
 struct CHumanMessageIMP {

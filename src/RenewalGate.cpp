@@ -1,5 +1,7 @@
 #include "RenewalGate.h"
 
+#include "CallWatch.h"
+
 #include <Oak/Base/Clock.h>
 
 #include <chrono>
@@ -49,10 +51,15 @@ std::uint64_t RenewalGate::Outcomes() const {
     return outcomes_;
 }
 
+bool RenewalGate::IsMine() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return holder_ == std::this_thread::get_id();
+}
+
 RenewalGate::Outcome RenewalGate::Run(const Renewal& renew, const GiveUp& giveUp) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (holder_ == std::this_thread::get_id()) return Outcome::cut;
-    changed_.wait(lock, [&] { return IsFree() || giveUp(); });
+    Await(lock, [&] { return IsFree() || giveUp(); });
     if (!IsFree()) return Outcome::cut;
     Turn turn(*this, std::move(lock));
     const Outcome outcome = renew(turn);
@@ -64,7 +71,7 @@ RenewalGate::Outcome RenewalGate::RunOrShare(const Renewal& renew, const GiveUp&
                                              std::uint64_t& seen) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (holder_ == std::this_thread::get_id()) return Outcome::cut;
-    changed_.wait(lock, [&] { return IsFree() || outcomes_ != seen || giveUp(); });
+    Await(lock, [&] { return IsFree() || outcomes_ != seen || giveUp(); });
     if (giveUp()) return Outcome::cut;
     if (outcomes_ != seen) {
         const bool succeeded = lastSuccess_ > seen;
@@ -80,9 +87,15 @@ RenewalGate::Outcome RenewalGate::RunOrShare(const Renewal& renew, const GiveUp&
 
 bool RenewalGate::Pause(std::uint64_t seen, const GiveUp& giveUp) {
     std::unique_lock<std::mutex> lock(mutex_);
-    Oak::Base::Clock::WaitFor(changed_, lock, kRetryPause,
+    Oak::Base::Clock::WaitFor(changed_, lock, CallWatch::Patience(kRetryPause),
                               [&] { return giveUp() || lastSuccess_ > seen; });
     return !giveUp();
+}
+
+/// Until `wake` holds, which the end of the calling thread's patience brings about, too.
+void RenewalGate::Await(std::unique_lock<std::mutex>& lock, const GiveUp& wake) {
+    while (!Oak::Base::Clock::WaitFor(changed_, lock, CallWatch::Patience(), wake)) {
+    }
 }
 
 void RenewalGate::Wake() {

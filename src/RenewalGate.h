@@ -33,6 +33,9 @@ class RenewalGate : private Oak::Base::CNoncopyable {
     /// The number of outcomes so far.
     std::uint64_t Outcomes() const;
 
+    /// Whether the calling thread has the gate.
+    bool IsMine() const;
+
     /// Waits for the gate and renews. Cut without it when the calling thread is renewing already,
     /// and when `giveUp` holds before the gate is free.
     Outcome Run(const Renewal& renew, const GiveUp& giveUp);
@@ -49,6 +52,7 @@ class RenewalGate : private Oak::Base::CNoncopyable {
     void Wake();
 
  private:
+    void Await(std::unique_lock<std::mutex>& lock, const GiveUp& wake);
     bool IsFree() const { return holder_ == std::thread::id(); }
 
     const std::function<void(bool)> shared_;

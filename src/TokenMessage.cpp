@@ -58,8 +58,7 @@ bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey
     request.SetSecretData(TokenRequestBody(appKey, secretKey));
 
     Oak::Net::CHttpClientResponse response;
-    Oak::Net::HttpClient::Error error{};
-    if (!SendOnce(request, response, error)) {
+    if (!SendOnce(request, response, kShortExchange)) {
         VELTRA_LOG(operation, 5, "Request get token failed");
         return false;
     }
@@ -71,11 +70,13 @@ bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey
     response.GetResponseData(&answer);
     if (answer.empty()) {
         VELTRA_LOG(operation, 5, "Request get token failed,response is empty");
+        CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is empty");
         return false;
     }
     if (document->set_str(answer)) {
         const std::string errorCode = document->get_str("/errorCode", "");
         if (errorCode != "0") {
+            NoteRefusal(errorCode, document->get_str("/message", ""));
             VELTRA_LOG(operation, 5, "Request get token failed,get errorcode:%s,rsp is:%s",
                        errorCode.c_str(), answer.c_str());
             return false;
@@ -84,12 +85,15 @@ bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey
         std::string newDomain = document->get_str("/data/areaDomain", "");
         const auto newExpiry = LeadingNumber(document->get_str("/data/expireTime", ""));
         if (!newToken.empty() && newExpiry && !newDomain.empty()) {
+            CallWatch::NoteGateway(errorCode, document->get_str("/message", ""));
             token = std::move(newToken);
             expiry = *newExpiry;
             llmDomain = std::move(newDomain);
             return true;
         }
     }
+    CallWatch::NoteFailure(CallOutcome::BadAnswer,
+                           "the answer is not JSON, or lacks token, expiry or domain");
     VELTRA_LOG(operation, 5, "Request get token failed,rsp is:%s", answer.c_str());
     VELTRA_LOG(operation, 5, "Request get token failed");
     return false;

@@ -2,6 +2,7 @@
 
 #include "AIManager.h"
 #include "Base64.h"
+#include "CallWatch.h"
 #include "GatewayCall.h"
 #include "JsonText.h"
 #include "Log.h"
@@ -11,6 +12,7 @@
 #include <proto/CRapidJsonProto.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -57,9 +59,31 @@ std::string SlotBody(const std::string& traceId, std::size_t pictures) {
     return body;
 }
 
+std::atomic<bool> showsBodies{true};
+
 /// Shows a body on standard output, a line in one write.
 void Echo(const std::string& body) {
-    Oak::Base::WriteStandardOutput(body + '\n');
+    if (showsBodies) Oak::Base::WriteStandardOutput(body + '\n');
+}
+
+/// Loads an answer; one that isn't JSON is the call's failure.
+bool ReadOrNoted(proto::CRapidJsonProto& document, std::string&& answer) {
+    const bool empty = answer.empty();
+    if (document.set_str(std::move(answer))) return true;
+    CallWatch::NoteFailure(CallOutcome::BadAnswer,
+                           empty ? "the answer is empty" : "the answer is not JSON");
+    return false;
+}
+
+/// Whether the gateway did as asked; its refusal is the call's failure.
+bool SucceededOrNoted(proto::CRapidJsonProto& document) {
+    const std::string code = document.get_str("/errorCode", "");
+    const std::string message = document.get_str("/message", "");
+    if (code == "0")
+        CallWatch::NoteGateway(code, message);
+    else
+        NoteRefusal(code, message);
+    return code == "0";
 }
 
 std::vector<UploadSlot> ReadSlots(proto::CRapidJsonProto& document) {
@@ -83,12 +107,16 @@ std::optional<std::vector<UploadSlot>> RequestSlots(const char* operation,
     std::string answer;
     if (!UserComentManager::SendToCloud(kSlotPath, body, answer)) return std::nullopt;
     const auto document = std::make_shared<proto::CRapidJsonProto>();
-    if (!document->set_str(std::move(answer))) return std::nullopt;
-    if (document->get_str("/errorCode", "") != "0") {
+    if (!ReadOrNoted(*document, std::move(answer))) return std::nullopt;
+    if (!SucceededOrNoted(*document)) {
         VELTRA_LOG(operation, 5, "get S3 URL failed");
         return std::nullopt;
     }
-    return ReadSlots(*document);
+    auto slots = ReadSlots(*document);
+    if (slots.empty())
+        CallWatch::NoteFailure(CallOutcome::BadAnswer,
+                               "the gateway granted no place for a picture");
+    return slots;
 }
 
 /// The bytes of a picture as a request takes them. The decoder's larger buffer is gone on return.
@@ -102,6 +130,7 @@ std::optional<GatewayAccess> AccessOrLogged(const char* operation) {
     GatewayAccess access = CAIManager::GetInstance()->Access();
     if (access.token.empty() || access.domain.empty()) {
         VELTRA_LOG(operation, 5, "get token failed");
+        CallWatch::NoteFailure(CallOutcome::NotUsable, kDetailNoToken);
         return std::nullopt;
     }
     return access;
@@ -116,10 +145,12 @@ bool UserComentManager::UpLoadComments(std::shared_ptr<LLMComment> comment,
     const std::shared_ptr<LLMCommentIMP> record = comment->GetManagerPtr();
     if (!record) {
         VELTRA_LOG(operation, 5, "humanmessage manager ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "the comment was moved from");
         return false;
     }
     // A copy: the host may change the record once the submission is under way.
     const LLMCommentIMP feedback = *record;
+    CallWatch::NoteTraceId(feedback.traceId);
     const std::string clientVersion = CAIManager::GetInstance()->GetProductVersion();
 
     std::vector<UploadSlot> uploaded;
@@ -135,9 +166,9 @@ bool UserComentManager::UpLoadComments(std::shared_ptr<LLMComment> comment,
     std::string answer;
     if (!SendToCloud(kFeedbackPath, body, answer)) return false;
     const auto document = std::make_shared<proto::CRapidJsonProto>();
-    if (!document->set_str(std::move(answer))) return false;
-    const std::string errorCode = document->get_str("/errorCode", "");
-    if (errorCode != "0") {
+    if (!ReadOrNoted(*document, std::move(answer))) return false;
+    if (!SucceededOrNoted(*document)) {
+        const std::string errorCode = document->get_str("/errorCode", "");
         const std::string message = document->get_str("/message", "");
         VELTRA_LOG(operation, 5, "http client get response:%s,errcode:%s", message.c_str(),
                    errorCode.c_str());
@@ -158,8 +189,7 @@ bool UserComentManager::UpLoadPics(const std::string& traceId,
             Oak::Net::CHttpClientRequest request("PUT", Oak::Net::URL(url));
             request.SetData(std::move(picture));
             Oak::Net::CHttpClientResponse response;
-            Oak::Net::HttpClient::Error error{};
-            if (!SendOnce(request, response, error)) return false;
+            if (!SendOnce(request, response, kLongExchange)) return false;
             if (response.GetStatusCode() != 200) {
                 VELTRA_LOG(operation, 5, "Send to S3 failed");
                 return false;
@@ -198,7 +228,11 @@ bool UserComentManager::CancelComments(const std::string& feedbackId) {
     std::string answer;
     if (!SendToCloud(kCancelPath, body, answer)) return false;
     const auto document = std::make_shared<proto::CRapidJsonProto>();
-    return document->set_str(std::move(answer)) && document->get_str("/errorCode", "") == "0";
+    return ReadOrNoted(*document, std::move(answer)) && SucceededOrNoted(*document);
+}
+
+void UserComentManager::SetBodyEcho(bool on) {
+    showsBodies = on;
 }
 
 bool UserComentManager::SendToCloud(const std::string& path, const std::string& body,
@@ -206,9 +240,10 @@ bool UserComentManager::SendToCloud(const std::string& path, const std::string& 
     VELTRA_OPERATION(operation);
     const std::optional<GatewayAccess> access = AccessOrLogged(operation);
     if (!access) return false;
-    const auto request = MakeGatewayRequest(*access, path.c_str(), body);
+    auto request = MakeGatewayRequest(*access, path.c_str(), body);
     Oak::Net::CHttpClientResponse answer;
-    return SendGatewayCall(operation, request, answer) && answer.GetResponseData(&response);
+    return SendGatewayCall(operation, request, answer, kShortExchange) &&
+           answer.GetResponseData(&response);
 }
 
 }  // namespace Veltra

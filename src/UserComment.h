@@ -38,6 +38,9 @@ class UserComentManager {
     /// `response` is left as it was.
     static bool SendToCloud(const std::string& path, const std::string& body,
                             std::string& response);
+
+    /// Whether the bodies of feedback and slot requests are written to standard output.
+    static void SetBodyEcho(bool on);
 };
 
 }  // namespace Veltra

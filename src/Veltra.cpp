@@ -1,4 +1,6 @@
 #include "AIManager.h"
+#include "AccessKeys.h"
+#include "CallWatch.h"
 #include "HostCall.h"
 #include "LLMSession.h"
 #include "Log.h"
@@ -17,6 +19,7 @@ namespace {
 bool EnabledOrLogged(const char* operation) {
     if (CAIManager::GetInstance()->IsEnable()) return true;
     VELTRA_LOG(operation, 5, "veltra is not enable");
+    CallWatch::NoteFailure(CallOutcome::NotEnabled, kDetailNotEnabled);
     return false;
 }
 
@@ -24,6 +27,7 @@ bool EnabledOrLogged(const char* operation) {
 bool ServiceUsableOrLogged(const char* operation) {
     if (CAIManager::GetInstance()->IsLLMServiceValid()) return true;
     VELTRA_LOG(operation, 5, "llm service is not can be used");
+    CallWatch::NoteFailure(CallOutcome::NotUsable, kDetailNotUsable);
     return false;
 }
 
@@ -68,15 +72,18 @@ bool Veltra_IsLLMServiceValid() {
 }
 
 bool Veltra_SetDomain(const std::string& domain) {
-    const HostCall call;
-    return call && CAIManager::GetInstance()->IsDomianValid(domain) &&
-           CAIManager::GetInstance()->SetConfigDomain(domain);
+    SteeredCall call;
+    if (!call || !CAIManager::GetInstance()->IsDomianValid(domain)) return false;
+    const bool stored = CAIManager::GetInstance()->SetConfigDomain(domain);
+    if (!stored) CallWatch::NoteFailure(CallOutcome::BadArgument, "the domain is empty");
+    return call.End(stored);
 }
 
 bool Veltra_IsDomainValid(const std::string& domain) {
     VELTRA_OPERATION(operation);
-    const HostCall call;
-    return call && EnabledOrLogged(operation) && CAIManager::GetInstance()->IsDomianValid(domain);
+    SteeredCall call;
+    return call &&
+           call.End(EnabledOrLogged(operation) && CAIManager::GetInstance()->IsDomianValid(domain));
 }
 
 bool Veltra_SetsitiveWords(const std::unordered_set<std::string>& keys,
@@ -85,39 +92,38 @@ bool Veltra_SetsitiveWords(const std::unordered_set<std::string>& keys,
     return call && CAIManager::GetInstance()->SetSensitiveWords(keys, limit);
 }
 
-// By value: the login holds the handle for its whole run, whatever the host does meanwhile.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
-bool Veltra_Authentication(const ProductType& /*productType*/, std::shared_ptr<CLicenseInfo> info) {
-    VELTRA_OPERATION(operation);
-    const HostCall call;
-    if (!call) return false;
-    CAIManager& manager = *CAIManager::GetInstance();
+namespace {
 
+bool LogIn(const char* operation, const std::shared_ptr<CLicenseInfo>& info) {
+    CAIManager& manager = *CAIManager::GetInstance();
     const std::uint64_t stopsBefore = manager.StopRequests();
     VELTRA_LOG(operation, 3, "authening..");
     if (!EnabledOrLogged(operation)) return false;
     if (!info) {
         VELTRA_LOG(operation, 5, "auth_info ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "no credentials were given");
         return false;
     }
     const std::shared_ptr<CLicenseInfoIMP> record = info->GetPtrManager();
     if (!record) {
         VELTRA_LOG(operation, 5, "auth_info manager ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "the credentials were moved from");
         return false;
     }
     // Copies: a log handler, or another thread of the host, may change the record meanwhile.
-    const std::vector<CAccessKey> accessKeys = record->accessKeys;
-    if (accessKeys.empty()) VELTRA_LOG(operation, 5, "authen keys is empty!");
+    const AccessKeys accessKeys = record->accessKeys;
+    if (accessKeys.Get().empty()) VELTRA_LOG(operation, 5, "authen keys is empty!");
     const std::string productVersion = record->productVersion;
     VELTRA_LOG(operation, 3, "product version:%s", productVersion.c_str());
     if (!productVersion.empty()) manager.SetProductVersion(productVersion);
 
     if (!manager.IsEnable()) {  // disabled since the guard
         VELTRA_LOG(operation, 4, "veltra is not enable");
+        CallWatch::NoteFailure(CallOutcome::NotEnabled, kDetailNotEnabled);
         return false;
     }
     VELTRA_LOG(operation, 3, "veltra is enable,begin authen.");
-    if (!manager.renewAuthenticationToken(accessKeys, true)) {
+    if (!manager.renewAuthenticationToken(accessKeys.Get(), true)) {
         VELTRA_LOG(operation, 5, "authen failed");
         return false;
     }
@@ -126,24 +132,39 @@ bool Veltra_Authentication(const ProductType& /*productType*/, std::shared_ptr<C
     return true;
 }
 
-bool Veltra_SubmitComments(std::shared_ptr<LLMComment> comment, std::string& feedbackId) {
-    VELTRA_OPERATION(operation);
-    const HostCall call;
-    if (!call || !EnabledOrLogged(operation)) return false;
+bool Submit(const char* operation, std::shared_ptr<LLMComment> comment, std::string& feedbackId) {
+    if (!EnabledOrLogged(operation)) return false;
     if (!comment) {
         VELTRA_LOG(operation, 5, "comment ptr is nullptr");
+        CallWatch::NoteFailure(CallOutcome::BadArgument, "no comment was given");
         return false;
     }
     return ServiceUsableOrLogged(operation) &&
            UserComentManager::UpLoadComments(std::move(comment), feedbackId);
 }
 
+}  // namespace
+
+// By value: the login holds the handle for its whole run, whatever the host does meanwhile.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+bool Veltra_Authentication(const ProductType& /*productType*/, std::shared_ptr<CLicenseInfo> info) {
+    VELTRA_OPERATION(operation);
+    SteeredCall call;
+    return call && call.End(LogIn(operation, info));
+}
+
+bool Veltra_SubmitComments(std::shared_ptr<LLMComment> comment, std::string& feedbackId) {
+    VELTRA_OPERATION(operation);
+    SteeredCall call;
+    return call && call.End(Submit(operation, std::move(comment), feedbackId));
+}
+
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is given
 bool Veltra_CancleComments(std::string feedbackId) {
     VELTRA_OPERATION(operation);
-    const HostCall call;
-    return call && EnabledOrLogged(operation) && ServiceUsableOrLogged(operation) &&
-           UserComentManager::CancelComments(feedbackId);
+    SteeredCall call;
+    return call && call.End(EnabledOrLogged(operation) && ServiceUsableOrLogged(operation) &&
+                            UserComentManager::CancelComments(feedbackId));
 }
 
 // --- credentials ---------------------------------------------------------------------------------
@@ -159,7 +180,7 @@ void CLicenseInfo::SetLicenseKey(const std::string& keyText,
                                  const std::vector<CAccessKey>& accessKeys) {
     if (!record_) return;
     record_->keyText = keyText;
-    record_->accessKeys = accessKeys;
+    record_->accessKeys = AccessKeys(accessKeys);
 }
 
 void CLicenseInfo::SetProductVersion(const std::string& version) {

@@ -9,12 +9,13 @@ exports() {
     x86_64-w64-mingw32-objdump --private-headers "$1" \
       | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^.*\] *\([^] ]*\)$/\1/p' | grep -v Table | c++filt
   else
-    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-
+    # Without the mark that libstdc++ gives to functions which return a text.
+    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3- | sed 's/\[abi:cxx11\]//'
   fi
 }
 
 shown=$(exports "$1")
-classes='CAiHelper|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage|LLMComment'
+classes='CAiHelper|CCallControl|CCallReport|CCallScope|CHumanMessage|CLicenseInfo|CLLMSession|CLLMMessage|LLMComment'
 allowed="^(Veltra::(Veltra_[A-Za-z]+|ConvertTime|SetFirstDayOfWeek)\(.*\)"
 allowed+="|Veltra::($classes)::.*"
 allowed+="|(typeinfo|typeinfo name|vtable) for Veltra::(CLLMSession|CLLMMessage)"
@@ -28,7 +29,12 @@ fi
 needed=(
   Veltra::Veltra_{Enable,Disable,IsEnable,Unit,IsLLMServiceValid,SetDomain,IsDomainValid}
   Veltra::Veltra_{Authentication,SetsitiveWords,SubmitComments,CancleComments}
+  Veltra::Veltra_{LastCall,CancelAll,Logout,SetBodyEcho}
   Veltra::ConvertTime Veltra::SetFirstDayOfWeek
+  Veltra::CCallControl::{CCallControl,~CCallControl,operator=,SetTimeLimit,Cancel,IsCancelled,Reset}
+  Veltra::CCallScope::{CCallScope,~CCallScope}
+  Veltra::CCallReport::{CCallReport,~CCallReport,operator=,Outcome,Retryable,Attempts,HttpStatus}
+  Veltra::CCallReport::{GatewayCode,GatewayMessage,Detail,TraceId,Milliseconds}
   Veltra::CAiHelper::{CAiHelper,~CAiHelper,operator=,GetLLMSessionItem}
   Veltra::CHumanMessage::{CHumanMessage,~CHumanMessage,operator=,SetElements,SetFilterType}
   Veltra::CHumanMessage::{SetSensitiveContent,SetSessionID,GetPtrManager}

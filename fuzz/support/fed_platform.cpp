@@ -35,6 +35,8 @@ bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* re
     return true;
 }
 
+void HttpClient::WakeAll() noexcept {}
+
 void SetHttpClientOptions(const HttpClientOptions& /*options*/) {}
 
 }  // namespace Oak::Net

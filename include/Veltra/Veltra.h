@@ -15,6 +15,7 @@
 /// process that had used the library, and in threads that still run while the process ends.
 
 #include <Veltra/AiHelper.h>
+#include <Veltra/Call.h>
 #include <Veltra/Comment.h>
 #include <Veltra/Export.h>
 #include <Veltra/HumanMessage.h>

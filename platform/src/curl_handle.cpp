@@ -27,7 +27,7 @@ void CurlShare::Unlock(CURL*, curl_lock_data kind, void* share) noexcept {
     static_cast<CurlShare*>(share)->locks_[kind].unlock();
 }
 
-CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()) {
+CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()), multi_(curl_multi_init()) {
     if (easy_ == nullptr) throw std::bad_alloc();
     SetLasting();
     // Outlasts every Reset. A handle that can't join keeps its own data.
@@ -36,31 +36,43 @@ CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()) {
 
 // As curl_easy_perform goes about it, which however looks for something to wait for before it has
 // sent anything: one system call more in each exchange.
-CURLcode CurlHandle::Perform() noexcept {
+CURLcode CurlHandle::Perform(const ExchangeWait& wait) noexcept {
     if (setUp_ != CURLE_OK) return setUp_;
-    if (multi_ == nullptr) multi_.reset(curl_multi_init());
     if (multi_ == nullptr || curl_multi_add_handle(multi_.get(), easy_.get()) != CURLM_OK)
         return CURLE_OUT_OF_MEMORY;
-    const CURLcode code = Drive();
+    const CURLcode code = Drive(wait);
     curl_easy_getinfo(easy_.get(), CURLINFO_ACTIVESOCKET, &used_);  // known until the removal only
     curl_multi_remove_handle(multi_.get(), easy_.get());
     return code;
 }
 
-CURLcode CurlHandle::Drive() noexcept {
-    constexpr int longestWaitMs = 1000;  // so often at least the progress callback is called
+CURLcode CurlHandle::Drive(const ExchangeWait& wait) noexcept {
     CURLM* const multi = multi_.get();
-    int running = 1;
-    CURLMcode state = curl_multi_perform(multi, &running);
-    while (state == CURLM_OK && running != 0) {
-        state = curl_multi_poll(multi, nullptr, 0, longestWaitMs, nullptr);
-        if (state == CURLM_OK) state = curl_multi_perform(multi, &running);
+    CURLMcode state = CURLM_OK;
+    for (int running = 1;;) {
+        if (wait.MustEnd()) return CURLE_ABORTED_BY_CALLBACK;
+        state = curl_multi_perform(multi, &running);
+        if (state != CURLM_OK || running == 0) break;
+        const auto longest = static_cast<int>(wait.Longest().count());
+        state = curl_multi_poll(multi, nullptr, 0, longest, nullptr);
+        if (state != CURLM_OK) break;
     }
     int left = 0;
     const CURLMsg* const message = curl_multi_info_read(multi, &left);
     if (message == nullptr) return CURLE_OUT_OF_MEMORY;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-union-access): the library's interface
     return message->data.result;
+}
+
+void CurlHandle::Wake(void* handle) noexcept {
+    const auto& curl = *static_cast<const CurlHandle*>(handle);
+    if (curl.multi_ != nullptr) curl_multi_wakeup(curl.multi_.get());
+}
+
+bool CurlHandle::WasConnected() const noexcept {
+    curl_off_t microseconds = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_PRETRANSFER_TIME_T, &microseconds);
+    return microseconds != 0;
 }
 
 long CurlHandle::Status() const noexcept {
@@ -81,6 +93,7 @@ void CurlHandle::SetLasting() noexcept {
     Set(CURLOPT_NOSIGNAL, 1L);
     Set(CURLOPT_CLOSESOCKETFUNCTION, &CurlHandle::CloseSocket);
     Set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+    Set(CURLOPT_ERRORBUFFER, words_.data());
 }
 
 // The library reads no more than the announced length, and what it has not read of a TLS record

@@ -1,6 +1,8 @@
 #ifndef OAK_NET_CURL_HANDLE_H
 #define OAK_NET_CURL_HANDLE_H
 
+#include "http_exchange.h"
+
 #include <Oak/Base/Noncopyable.h>
 
 #include <curl/curl.h>
@@ -73,8 +75,18 @@ class CurlHandle : private Oak::Base::CNoncopyable {
         return *this;
     }
 
-    /// Performs the exchange that was set up; the setters' failure, if there was one.
-    CURLcode Perform() noexcept;
+    /// Performs the exchange that was set up; the setters' failure, if there was one. An exchange
+    /// that `wait` ends, CURLE_ABORTED_BY_CALLBACK, leaves the handle of no further use.
+    CURLcode Perform(const ExchangeWait& wait) noexcept;
+
+    /// Wakes the wait of the handle's exchange. Any thread may call it while the handle lives.
+    static void Wake(void* handle) noexcept;
+
+    /// Whether the last exchange came as far as a connection, TLS included.
+    bool WasConnected() const noexcept;
+
+    /// What the library said of its last failure; empty if it said nothing.
+    const char* Words() const noexcept { return words_.data(); }
 
     /// The status of the answer; 0 without one.
     long Status() const noexcept;
@@ -98,14 +110,15 @@ class CurlHandle : private Oak::Base::CNoncopyable {
 
  private:
     void SetLasting() noexcept;
-    CURLcode Drive() noexcept;
+    CURLcode Drive(const ExchangeWait& wait) noexcept;
     static int CloseSocket(void* handle, curl_socket_t socket) noexcept;
 
     std::vector<pollfd> connections_;  // first: the end of the others closes them
     CurlEasyPtr easy_;
-    CurlMultiPtr multi_;  // holds the connections; null before the first exchange
+    CurlMultiPtr multi_;  // holds the connections; null for lack of memory
     curl_socket_t used_ = CURL_SOCKET_BAD;
     CURLcode setUp_ = CURLE_OK;
+    std::array<char, CURL_ERROR_SIZE> words_{};
 };
 
 }  // namespace Oak::Net

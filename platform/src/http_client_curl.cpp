@@ -21,44 +21,84 @@ namespace {
 
 // maxHeaderBytes is below what the library itself takes for one answer (300 KiB), so that the
 // reason is told right.
-constexpr Failure refusedMethod{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
+constexpr Failure refusedMethod{FailureReason::refusedRequest, CURLE_BAD_FUNCTION_ARGUMENT,
                                 "the method is not a token"};
-constexpr Failure refusedHeader{"refused header", CURLE_BAD_FUNCTION_ARGUMENT,
+constexpr Failure refusedHeader{FailureReason::refusedRequest, CURLE_BAD_FUNCTION_ARGUMENT,
                                 "a field that would break the message"};
-constexpr Failure refusedUrl{"refused URL", CURLE_URL_MALFORMAT, "not an absolute http(s) URL"};
-constexpr Failure refusedPlainHttp{"refused URL", CURLE_UNSUPPORTED_PROTOCOL,
+constexpr Failure refusedUrl{FailureReason::refusedUrl, CURLE_URL_MALFORMAT,
+                             "not an absolute http(s) URL"};
+constexpr Failure refusedPlainHttp{FailureReason::refusedUrl, CURLE_UNSUPPORTED_PROTOCOL,
                                    "plain http to another machine is not allowed"};
-constexpr Failure overLimit{"limit", CURLE_FILESIZE_EXCEEDED, "the answer is too large"};
+constexpr Failure overLimit{FailureReason::tooLarge, CURLE_FILESIZE_EXCEEDED,
+                            "the answer is too large"};
 /// The library's answer, too, to a request head that exceeds what it sends (1 MiB).
-constexpr Failure noMemory{"limit", CURLE_OUT_OF_MEMORY, "no memory, or a request head over 1 MiB"};
-constexpr Failure noTls{"other", CURLE_NOT_BUILT_IN, "the HTTP library has no TLS"};
-constexpr Failure notUsable{"other", CURLE_FAILED_INIT, "no usable HTTP library"};
+constexpr Failure noMemory{FailureReason::noMemory, CURLE_OUT_OF_MEMORY,
+                           "no memory, or a request head over 1 MiB"};
+constexpr Failure noTls{FailureReason::other, CURLE_NOT_BUILT_IN, "the HTTP library has no TLS"};
+constexpr Failure notUsable{FailureReason::other, CURLE_FAILED_INIT, "no usable HTTP library"};
 
-const char* ReasonOf(CURLcode code) {
+FailureReason ReasonOf(CURLcode code) {
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:
-            return "time-out";
+            return FailureReason::timeOut;
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
         case CURLE_COULDNT_CONNECT:
         case CURLE_PROXY:
         case CURLE_SSL_CONNECT_ERROR:
-            return "could not connect";
+            return FailureReason::notReached;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_ISSUER_ERROR:
         case CURLE_SSL_INVALIDCERTSTATUS:
-            return "certificate";
+            return FailureReason::notTrusted;
         case CURLE_FILESIZE_EXCEEDED:
-            return "limit";
+            return FailureReason::tooLarge;
         case CURLE_GOT_NOTHING:
         case CURLE_PARTIAL_FILE:
         case CURLE_RECV_ERROR:
         case CURLE_SEND_ERROR:
-            return "cut off";
+            return FailureReason::cutOff;
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_WEIRD_SERVER_REPLY:
+            return FailureReason::notUnderstood;
         default:
-            return "other";
+            return FailureReason::other;
     }
+}
+
+/// What the library, or the TLS library below it, said. Only of failures whose words name hosts,
+/// ports and certificates at most: others may quote a URL or a proxy with its password.
+std::string WordsOf(CURLcode code, const CurlHandle& curl) {
+    switch (code) {
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_CONNECT:
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_ISSUER_ERROR:
+        case CURLE_SSL_INVALIDCERTSTATUS:
+        case CURLE_GOT_NOTHING:
+        case CURLE_PARTIAL_FILE:
+        case CURLE_RECV_ERROR:
+        case CURLE_SEND_ERROR:
+            return Printable(curl.Words());
+        default:
+            return {};
+    }
+}
+
+/// The failure of an exchange that the library ended, or that was given up.
+Failure FailureOf(CURLcode code, const CurlHandle& curl, const ExchangeWait& wait,
+                  Telling& telling) {
+    const bool ours = code == CURLE_ABORTED_BY_CALLBACK;
+    const Failure failure =
+        ours ? wait.MustEnd().value_or(exchangeCancelled)  // once it holds, it goes on to hold
+             : Failure{ReasonOf(code), static_cast<std::int32_t>(code), curl_easy_strerror(code)};
+    if (code == CURLE_OPERATION_TIMEDOUT || failure.code == exchangeTimeUp.code)
+        telling.words = wait.WordsOnTime(curl.WasConnected());
+    else if (!ours)
+        telling.words = WordsOf(code, curl);
+    return failure;
 }
 
 // --- What goes out -------------------------------------------------------------------------------
@@ -186,12 +226,12 @@ curl_socket_t OpenSocket(void* context, curlsocktype, curl_sockaddr* address) no
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
-/// Called at least once a second, and as the exchange ends.
+/// Called now and then, and as the exchange ends.
 int Progress(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
     auto& reception = *static_cast<Reception*>(context);
     const bool answerBegan = reception.headerBytes != 0;  // before, there is nothing to look for
     reception.surplus = answerBegan && reception.curl->TlsHoldsBytes();
-    return TransportVisit::Ending() ? 1 : 0;
+    return 0;
 }
 
 // --- The exchange --------------------------------------------------------------------------------
@@ -356,9 +396,20 @@ std::optional<Failure> TakeHandle(HttpTransport& transport, const std::string& u
     return std::nullopt;
 }
 
+/// Runs the exchange that is set up. Nobody wakes the handle any more when this returns.
+std::optional<Failure> Run(CurlHandle& curl, const OneExchange& exchange,
+                           const HttpClientOptions& options, Telling& telling) {
+    const ExchangeWait wait(exchange.request.Patience(), options, &CurlHandle::Wake, &curl);
+    const CURLcode code = curl.Perform(wait);
+    if (exchange.reception.failure != nullptr) return *exchange.reception.failure;
+    if (code == CURLE_OUT_OF_MEMORY) return noMemory;
+    if (code != CURLE_OK) return FailureOf(code, curl, wait, telling);
+    return std::nullopt;
+}
+
 /// Fills `response` when it returns nothing.
 std::optional<Failure> Perform(HttpTransport& transport, const CHttpClientRequest& request,
-                               CHttpClientResponse* response) {
+                               CHttpClientResponse* response, Telling& telling) {
     if (!IsToken(request.Method())) return refusedMethod;
     const auto headers = HeadersOf(request);
     if (!headers) return refusedHeader;
@@ -375,14 +426,11 @@ std::optional<Failure> Perform(HttpTransport& transport, const CHttpClientReques
     reception.loopbackOnly = !handle.target.tls && !options.allowPlainHttp;
     SetRequest(curl, exchange);
 
-    const CURLcode code = curl.Perform();
-    if (reception.failure != nullptr) return *reception.failure;
-    if (code == CURLE_ABORTED_BY_CALLBACK) return exchangeEnded;
-    if (code == CURLE_OUT_OF_MEMORY) return noMemory;
+    const auto failure = Run(curl, exchange, options, telling);
     // The library keeps the TLS session all the same, and a resumed one shows the old certificate.
-    if (code == CURLE_PEER_FAILED_VERIFICATION) transport.Forget(lease.generation);
-    if (code != CURLE_OK)
-        return Failure{ReasonOf(code), static_cast<std::int32_t>(code), curl_easy_strerror(code)};
+    if (failure && failure->code == CURLE_PEER_FAILED_VERIFICATION)
+        transport.Forget(lease.generation);
+    if (failure) return failure;
     const auto status = static_cast<std::int32_t>(curl.Status());
     if (!reception.surplus && curl.NoteConnection()) {
         ForgetExchange(handle, request);
@@ -395,11 +443,12 @@ std::optional<Failure> Perform(HttpTransport& transport, const CHttpClientReques
 }  // namespace
 
 std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
-                                CHttpClientResponse* response, std::string& shown) {
-    const auto failure = Perform(transport, request, response);
+                                CHttpClientResponse* response, Telling& telling) {
+    const auto failure = Perform(transport, request, response, telling);
     if (!failure) return std::nullopt;
     // Only now: a success has no need of it.
-    if (auto target = ParseHttpTarget(request.Url().Text())) shown = std::move(target->shown);
+    if (auto target = ParseHttpTarget(request.Url().Text()))
+        telling.target = std::move(target->shown);
     return failure;
 }
 

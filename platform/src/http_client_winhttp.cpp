@@ -22,66 +22,77 @@
 namespace Oak::Net {
 namespace {
 
-constexpr Failure refusedMethod{"refused header", ERROR_INVALID_PARAMETER,
+constexpr Failure refusedMethod{FailureReason::refusedRequest, ERROR_INVALID_PARAMETER,
                                 "the method is not a token"};
-constexpr Failure refusedHeader{"refused header", ERROR_WINHTTP_INVALID_HEADER,
+constexpr Failure refusedHeader{FailureReason::refusedRequest, ERROR_WINHTTP_INVALID_HEADER,
                                 "a field that would break the message"};
-constexpr Failure refusedUrl{"refused URL", ERROR_WINHTTP_INVALID_URL,
+constexpr Failure refusedUrl{FailureReason::refusedUrl, ERROR_WINHTTP_INVALID_URL,
                              "not an absolute http(s) URL"};
-constexpr Failure refusedPlainHttp{"refused URL", ERROR_WINHTTP_UNRECOGNIZED_SCHEME,
+constexpr Failure refusedPlainHttp{FailureReason::refusedUrl, ERROR_WINHTTP_UNRECOGNIZED_SCHEME,
                                    "plain http to another machine is not allowed"};
-constexpr Failure unusableFile{"certificate", ERROR_FILE_INVALID,
+constexpr Failure unusableFile{FailureReason::notTrusted, ERROR_FILE_INVALID,
                                "the file of trusted certificates is of no use"};
-constexpr Failure unenforceable{"certificate", ERROR_NOT_SUPPORTED,
+constexpr Failure unenforceable{FailureReason::notTrusted, ERROR_NOT_SUPPORTED,
                                 "this system can't be held to a file of trusted certificates"};
-constexpr Failure notUsable{"could not connect", ERROR_WINHTTP_INCORRECT_HANDLE_STATE,
+constexpr Failure notUsable{FailureReason::notReached, ERROR_WINHTTP_INCORRECT_HANDLE_STATE,
                             "no session with the HTTP library, or a proxy it can't use"};
-constexpr Failure noAddress{"could not connect", ERROR_WINHTTP_NAME_NOT_RESOLVED,
+constexpr Failure noAddress{FailureReason::notReached, ERROR_WINHTTP_NAME_NOT_RESOLVED,
                             "the name was not found"};
-constexpr Failure overLimit{"limit", ERROR_FILE_TOO_LARGE, "the answer is too large"};
-constexpr Failure bodyTooLarge{"limit", ERROR_ARITHMETIC_OVERFLOW, "a body of 4 GiB or more"};
-constexpr Failure cutOff{"cut off", ERROR_HANDLE_EOF, "the answer ended early"};
-constexpr Failure notFinal{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
+constexpr Failure overLimit{FailureReason::tooLarge, ERROR_FILE_TOO_LARGE,
+                            "the answer is too large"};
+constexpr Failure bodyTooLarge{FailureReason::other, ERROR_ARITHMETIC_OVERFLOW,
+                               "a body of 4 GiB or more"};
+constexpr Failure cutOff{FailureReason::cutOff, ERROR_HANDLE_EOF, "the answer ended early"};
+constexpr Failure notFinal{FailureReason::notUnderstood, ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                            "an interim answer in place of the answer"};
-constexpr Failure badLength{"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
+constexpr Failure badLength{FailureReason::notUnderstood, ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
                             "the answer's length is not a number"};
 /// What a proxy says in place of a tunnel is no answer of the server's.
-constexpr Failure noTunnel{"could not connect", ERROR_WINHTTP_CANNOT_CONNECT,
+constexpr Failure noTunnel{FailureReason::notReached, ERROR_WINHTTP_CANNOT_CONNECT,
                            "the proxy gave no way to the server"};
 
 /// What the library's numbers mean. Those of the sockets below shine through at times.
 constexpr Failure known[] = {
-    {"time-out", ERROR_WINHTTP_TIMEOUT, "the time was up"},
-    {"time-out", WSAETIMEDOUT, "the time was up"},
-    {"time-out", ERROR_SEM_TIMEOUT, "the time was up"},
-    {"could not connect", ERROR_WINHTTP_NAME_NOT_RESOLVED, "the name was not found"},
-    {"could not connect", ERROR_WINHTTP_CANNOT_CONNECT, "nobody answered there"},
-    {"could not connect", WSAECONNREFUSED, "nobody answered there"},
-    {"could not connect", WSAEHOSTUNREACH, "nobody answered there"},
-    {"could not connect", WSAENETUNREACH, "nobody answered there"},
-    {"certificate", ERROR_WINHTTP_SECURE_FAILURE, "TLS, or trust in the server, failed"},
-    {"certificate", ERROR_WINHTTP_SECURE_FAILURE_PROXY, "TLS, or trust in the proxy, failed"},
-    {"certificate", ERROR_WINHTTP_SECURE_CHANNEL_ERROR, "TLS, or trust in the server, failed"},
-    {"certificate", ERROR_WINHTTP_SECURE_CERT_DATE_INVALID, "not valid at this time"},
-    {"certificate", ERROR_WINHTTP_SECURE_CERT_CN_INVALID, "of another host"},
-    {"certificate", ERROR_WINHTTP_SECURE_INVALID_CA, "from no trusted issuer"},
-    {"certificate", ERROR_WINHTTP_SECURE_CERT_REV_FAILED, "perhaps revoked"},
-    {"certificate", ERROR_WINHTTP_SECURE_CERT_REVOKED, "revoked"},
-    {"certificate", ERROR_WINHTTP_SECURE_INVALID_CERT, "not valid"},
-    {"certificate", ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE, "not for a server"},
-    {"certificate", ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED, "the server wants one of ours"},
-    {"limit", ERROR_WINHTTP_HEADER_COUNT_EXCEEDED, "the answer is too large"},
-    {"limit", ERROR_WINHTTP_HEADER_SIZE_OVERFLOW, "the answer is too large"},
-    {"limit", ERROR_WINHTTP_CHUNKED_ENCODING_HEADER_SIZE_OVERFLOW, "the answer is too large"},
-    {"limit", ERROR_NOT_ENOUGH_MEMORY, "no memory"},
-    {"limit", ERROR_OUTOFMEMORY, "no memory"},
-    {"cut off", ERROR_WINHTTP_CONNECTION_ERROR, "the connection ended early"},
-    {"cut off", ERROR_WINHTTP_RESEND_REQUEST, "the connection ended early"},
-    {"other", ERROR_WINHTTP_INVALID_SERVER_RESPONSE, "no answer, or none of HTTP"},
-    {"cut off", WSAECONNRESET, "the connection ended early"},
-    {"cut off", WSAECONNABORTED, "the connection ended early"},
-    {"cut off", ERROR_OPERATION_ABORTED, "the connection ended early"},
+    {FailureReason::timeOut, ERROR_WINHTTP_TIMEOUT, "the time was up"},
+    {FailureReason::timeOut, WSAETIMEDOUT, "the time was up"},
+    {FailureReason::timeOut, ERROR_SEM_TIMEOUT, "the time was up"},
+    {FailureReason::notReached, ERROR_WINHTTP_NAME_NOT_RESOLVED, "the name was not found"},
+    {FailureReason::notReached, ERROR_WINHTTP_CANNOT_CONNECT, "nobody answered there"},
+    {FailureReason::notReached, WSAECONNREFUSED, "nobody answered there"},
+    {FailureReason::notReached, WSAEHOSTUNREACH, "nobody answered there"},
+    {FailureReason::notReached, WSAENETUNREACH, "nobody answered there"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_FAILURE,
+     "TLS, or trust in the server, failed"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_FAILURE_PROXY,
+     "TLS, or trust in the proxy, failed"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CHANNEL_ERROR,
+     "TLS, or trust in the server, failed"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CERT_DATE_INVALID, "not valid at this time"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CERT_CN_INVALID, "of another host"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_INVALID_CA, "from no trusted issuer"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CERT_REV_FAILED, "perhaps revoked"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CERT_REVOKED, "revoked"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_INVALID_CERT, "not valid"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE, "not for a server"},
+    {FailureReason::notTrusted, ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED,
+     "the server wants one of ours"},
+    {FailureReason::tooLarge, ERROR_WINHTTP_HEADER_COUNT_EXCEEDED, "the answer is too large"},
+    {FailureReason::tooLarge, ERROR_WINHTTP_HEADER_SIZE_OVERFLOW, "the answer is too large"},
+    {FailureReason::tooLarge, ERROR_WINHTTP_CHUNKED_ENCODING_HEADER_SIZE_OVERFLOW,
+     "the answer is too large"},
+    {FailureReason::noMemory, ERROR_NOT_ENOUGH_MEMORY, "no memory"},
+    {FailureReason::noMemory, ERROR_OUTOFMEMORY, "no memory"},
+    {FailureReason::cutOff, ERROR_WINHTTP_CONNECTION_ERROR, "the connection ended early"},
+    {FailureReason::cutOff, ERROR_WINHTTP_RESEND_REQUEST, "the connection ended early"},
+    {FailureReason::notUnderstood, ERROR_WINHTTP_INVALID_SERVER_RESPONSE,
+     "no answer, or none of HTTP"},
+    {FailureReason::cutOff, WSAECONNRESET, "the connection ended early"},
+    {FailureReason::cutOff, WSAECONNABORTED, "the connection ended early"},
+    {FailureReason::cutOff, ERROR_OPERATION_ABORTED, "the connection ended early"},
     exchangeEnded,
+    exchangeCancelled,
+    callerTimeUp,
+    exchangeTimeUp,
 };
 
 Failure FailureOf(DWORD error) {
@@ -89,7 +100,9 @@ Failure FailureOf(DWORD error) {
     const auto* const found =
         std::find_if(std::begin(known), std::end(known),
                      [code](const Failure& failure) { return failure.code == code; });
-    return found != std::end(known) ? *found : Failure{"other", code, "the HTTP library gave up"};
+    return found != std::end(known)
+               ? *found
+               : Failure{FailureReason::other, code, "the HTTP library gave up"};
 }
 
 // --- What goes out -------------------------------------------------------------------------------
@@ -198,7 +211,8 @@ struct Plan {
     HttpGenerationPtr generation;
     std::shared_ptr<const CertificateTrust> trust;
     std::wstring fields;
-    HttpDeadlines deadlines;
+    EventPtr event;
+    const ExchangeWait& wait;
 };
 
 std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const Plan& plan, Answer& answer) {
@@ -214,7 +228,7 @@ std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const Plan& plan, An
 class RequestOwner : private Oak::Base::CNoncopyable {
  public:
     explicit RequestOwner(const Plan& plan)
-        : request_(std::make_shared<AsyncRequest>(plan.generation, plan.deadlines)) {}
+        : request_(std::make_shared<AsyncRequest>(plan.generation, plan.wait, plan.event)) {}
     ~RequestOwner() { request_->Close(); }
 
     /// Up to the head of the answer.
@@ -241,21 +255,33 @@ bool MayBeStale(const AsyncRequest& request, DWORD error) {
            (request.OnKeptConnection() && error == ERROR_WINHTTP_CONNECTION_ERROR);
 }
 
-std::optional<Failure> Exchange(const Plan& plan, Answer& answer) {
+std::optional<Failure> Exchange(const Plan& plan, Answer& answer, Telling& telling) {
     constexpr int mostAttempts = 5;  // as many stale connections may be kept
     for (int attempt = 1;; ++attempt) {
+        if (const auto end = plan.wait.MustEnd()) return end;
         RequestOwner owner(plan);
         const DWORD error = owner.Perform(plan);
-        if (error == 0) return ReceiveAnswer(owner.Get(), plan, answer);
-        if (attempt == mostAttempts || !MayBeStale(owner.Get(), error)) return FailureOf(error);
+        if (error != 0 && attempt != mostAttempts && MayBeStale(owner.Get(), error)) continue;
+        const auto failure =
+            error == 0 ? ReceiveAnswer(owner.Get(), plan, answer) : std::optional(FailureOf(error));
+        const bool timeUp = failure && failure->reason == FailureReason::timeOut;
+        if (timeUp && failure->code != callerTimeUp.code)
+            telling.words = plan.wait.WordsOnTime(owner.Get().WasConnected());
+        return failure;
     }
+}
+
+void SetEventOf(void* event) noexcept {
+    SetEvent(event);
 }
 
 /// Fills `response` when it returns nothing.
 std::optional<Failure> Perform(const HttpGenerationPtr& generation,
                                const CHttpClientRequest& request, const HttpTarget& target,
-                               CHttpClientResponse* response) {
-    const HttpDeadlines deadlines(generation->options);
+                               CHttpClientResponse* response, Telling& telling) {
+    const EventPtr event = MakeEvent();
+    if (event == nullptr) return outOfMemory;
+    const ExchangeWait wait(request.Patience(), generation->options, &SetEventOf, event.get());
     if (const auto refusal = Refusal(*generation, target)) return refusal;
     if (!IsToken(request.Method())) return refusedMethod;
     auto fields = HeadersOf(request);
@@ -268,8 +294,8 @@ std::optional<Failure> Perform(const HttpGenerationPtr& generation,
         if (trust == nullptr) return unusableFile;
     }
     Answer answer;
-    const Plan plan{request, target, generation, std::move(trust), *std::move(fields), deadlines};
-    if (const auto failure = Exchange(plan, answer)) return failure;
+    const Plan plan{request, target, generation, std::move(trust), *std::move(fields), event, wait};
+    if (const auto failure = Exchange(plan, answer, telling)) return failure;
     if (response != nullptr)
         response->Deliver(static_cast<std::int32_t>(answer.status), std::move(answer.body));
     return std::nullopt;
@@ -278,11 +304,11 @@ std::optional<Failure> Perform(const HttpGenerationPtr& generation,
 }  // namespace
 
 std::optional<Failure> Exchange(HttpTransport& transport, const CHttpClientRequest& request,
-                                CHttpClientResponse* response, std::string& shown) {
+                                CHttpClientResponse* response, Telling& telling) {
     const auto target = ParseHttpTarget(request.Url().Text());
     if (!target) return refusedUrl;
-    shown = target->shown;
-    return Perform(transport.Generation(), request, *target, response);
+    telling.target = target->shown;
+    return Perform(transport.Generation(), request, *target, response, telling);
 }
 
 void SetOptions(HttpTransport& transport, const HttpClientOptions& options) {

@@ -11,7 +11,7 @@
 namespace Oak::Net {
 namespace {
 
-using Clock = HttpDeadlines::Clock;
+using Clock = ExchangeWait::Clock;
 using std::chrono::milliseconds;
 
 /// A redirect would carry the token elsewhere.
@@ -57,17 +57,18 @@ bool CanJudgeServers() noexcept {
     return OnWindowsItself() || threadsHeld.load() < mostHeld;
 }
 
-HttpDeadlines::HttpDeadlines(const HttpClientOptions& options) {
-    const auto now = Clock::now();
-    finished = now + milliseconds(Milliseconds(options.totalTimeoutMs));
-    connected = std::min(finished, now + milliseconds(Milliseconds(options.connectTimeoutMs)));
+EventPtr MakeEvent() {
+    HANDLE const event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    return event != nullptr ? EventPtr(event, &CloseHandle) : nullptr;
 }
 
-AsyncRequest::AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines)
+AsyncRequest::AsyncRequest(HttpGenerationPtr generation, const ExchangeWait& wait, EventPtr event)
     : generation_(std::move(generation)),
-      deadlines_(deadlines),
+      wait_(wait),
+      connected_(std::min(wait.End(), Clock::now() + milliseconds(Milliseconds(
+                                                         generation_->options.connectTimeoutMs)))),
       buffer_(new char[bufferSize]),
-      event_(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {}
+      event_(std::move(event)) {}
 
 AsyncRequest::~AsyncRequest() {
     if (wipe_) SecureZeroMemory(buffer_.get(), bufferSize);
@@ -75,7 +76,6 @@ AsyncRequest::~AsyncRequest() {
 
 DWORD AsyncRequest::Open(const std::shared_ptr<AsyncRequest>& request, const HttpTarget& target,
                          const std::string& method, std::shared_ptr<const CertificateTrust> trust) {
-    if (request->event_ == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     request->host_.assign(target.host.begin(), target.host.end());
     request->trust_ = std::move(trust);
     request->tls_ = target.tls;
@@ -336,21 +336,27 @@ DWORD AsyncRequest::Await(BOOL started) {
     if (started == FALSE)
         return untrusted_.load() ? ERROR_WINHTTP_SECURE_INVALID_CA : GetLastError();
     for (;;) {
-        // In this order: a server that isn't trusted ends the request in either of these ways.
+        // In this order: a server that isn't trusted ends the request in either of these ways, and
+        // what has arrived counts before what is given up.
         const bool completed = completed_.exchange(false);
-        const bool over = closed_.load() || TransportVisit::Ending();
+        const bool closed = closed_.load();
         if (untrusted_.load()) return ERROR_WINHTTP_SECURE_INVALID_CA;
         if (completed) return error_;
-        if (over) return static_cast<DWORD>(exchangeEnded.code);
-        const auto end = ready_.load() ? deadlines_.finished : deadlines_.connected;
-        const DWORD time = WaitingTime(end);
-        if (time == 0) return ERROR_WINHTTP_TIMEOUT;
+        if (closed) return static_cast<DWORD>(exchangeEnded.code);
+        if (const auto end = wait_.MustEnd()) {
+            givenUp_ = true;
+            return static_cast<DWORD>(end->code);
+        }
+        auto time = static_cast<DWORD>(wait_.Longest().count());
+        if (!ready_.load()) time = std::min(time, WaitingTime(connected_));
+        if (!ready_.load() && Clock::now() >= connected_) return ERROR_WINHTTP_TIMEOUT;
         WaitForSingleObject(event_.get(), time);
     }
 }
 
 bool AsyncRequest::AwaitClosed() noexcept {
-    const auto end = Clock::now() + milliseconds(250);
+    // Who gave up wants to go on soon; the library has nothing to finish then but the closing.
+    const auto end = Clock::now() + milliseconds(givenUp_ ? 50 : 250);
     while (!closed_.load()) {
         const DWORD time = WaitingTime(end);
         if (time == 0) return false;

@@ -1,6 +1,7 @@
 #ifndef OAK_NET_HTTP_REQUEST_WINHTTP_H
 #define OAK_NET_HTTP_REQUEST_WINHTTP_H
 
+#include "http_exchange.h"
 #include "http_transport_winhttp.h"
 
 #include <Oak/Base/Noncopyable.h>
@@ -15,34 +16,25 @@
 
 namespace Oak::Net {
 
-/// Until when an exchange may take.
-struct HttpDeadlines {
-    using Clock = std::chrono::steady_clock;
-
-    explicit HttpDeadlines(const HttpClientOptions& options);
-
-    Clock::time_point connected;  ///< name looked up, connected, TLS agreed
-    Clock::time_point finished;
-};
-
 /// Whether a server can be judged by a file of certificates before anything goes out to it: always
 /// on Windows, and under Wine until too many servers have failed; see AsyncRequest::StopSending.
 bool CanJudgeServers() noexcept;
 
-struct EventDeleter {
-    void operator()(HANDLE event) const noexcept { CloseHandle(event); }
-};
-using EventPtr = std::unique_ptr<void, EventDeleter>;
+/// Wakes the thread of an exchange. Shared: a request that was left behind may still set it.
+using EventPtr = std::shared_ptr<void>;
+EventPtr MakeEvent();
 
 /// One request of the library's, in asynchronous use, with every byte that the library reads or
-/// writes for it. What the library's own time-outs leave open the deadlines end: a request that is
-/// given up is left behind with its memory, and frees it when the library is done.
+/// writes for it. What the library's own time-outs leave open the exchange's wait ends: a request
+/// that is given up is left behind with its memory, and frees it when the library is done.
 ///
-/// The thread that made it calls its members one after the other; each returns 0 or the library's
-/// number for the failure, and none is called after a failure.
+/// The thread that made it calls its members one after the other; each returns 0 or the number of
+/// the failure, the library's or one of http_exchange.h, and none but Close is called after a
+/// failure.
 class AsyncRequest : private Oak::Base::CNoncopyable {
  public:
-    AsyncRequest(HttpGenerationPtr generation, const HttpDeadlines& deadlines);
+    /// `wait` outlives the use of the request by its thread; `event` is what wakes it.
+    AsyncRequest(HttpGenerationPtr generation, const ExchangeWait& wait, EventPtr event);
     ~AsyncRequest();
 
     /// `trust`, where it isn't null, is what the server's certificate is judged by before anything
@@ -71,6 +63,9 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
 
     /// Whether a server had to be trusted and none was asked: the answer is a proxy's.
     bool IsWithoutServer() const noexcept { return tls_ && !trusted_.load(); }
+
+    /// Whether it came as far as a connection, TLS included.
+    bool WasConnected() const noexcept { return ready_.load(); }
 
     /// Whether it went out on a connection that had been kept.
     bool OnKeptConnection() const noexcept { return !connectedAnew_.load(); }
@@ -102,8 +97,9 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     static constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
     const HttpGenerationPtr generation_;  // first: the handles are children of its sessions
-    const HttpDeadlines deadlines_;
-    const HttpSession* session_ = nullptr;  // one of generation_
+    const ExchangeWait& wait_;            // not for the callbacks
+    const ExchangeWait::Clock::time_point connected_;  // name looked up, TLS agreed until then
+    const HttpSession* session_ = nullptr;             // one of generation_
     InternetHandlePtr connect_;
     std::atomic<HINTERNET> handle_{nullptr};
     std::shared_ptr<AsyncRequest> self_;  // while the library may call back
@@ -112,6 +108,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     bool tls_ = false;
     bool callsBack_ = false;
     bool wipe_ = false;
+    bool givenUp_ = false;
     const std::unique_ptr<char[]> buffer_;
 
     // Written by the callbacks; `error_` and `bytes_` before `completed_`, which the waiting thread

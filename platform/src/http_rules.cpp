@@ -14,6 +14,37 @@ bool FramesMessage(std::string_view name) {
     return SameName(name, "Content-Length") || SameName(name, "Transfer-Encoding");
 }
 
+/// As records and pages name it.
+const char* NameOf(FailureReason reason) {
+    switch (reason) {
+        case FailureReason::notReached:
+            return "could not connect";
+        case FailureReason::notTrusted:
+            return "certificate";
+        case FailureReason::timeOut:
+            return "time-out";
+        case FailureReason::cutOff:
+            return "cut off";
+        case FailureReason::tooLarge:
+        case FailureReason::noMemory:
+            return "limit";
+        case FailureReason::refusedUrl:
+            return "refused URL";
+        case FailureReason::refusedRequest:
+            return "refused header";
+        case FailureReason::cancelled:
+            return "cancelled";
+        case FailureReason::ended:
+            return "ended";
+        default:
+            return "other";
+    }
+}
+
+const char* WordsOf(const Failure& failure, const Telling& telling) {
+    return telling.words.empty() ? failure.detail : telling.words.c_str();
+}
+
 }  // namespace
 
 bool IsToken(std::string_view text) {
@@ -46,18 +77,27 @@ HttpClientOptions WithDefaultsForZero(HttpClientOptions options) {
     return options;
 }
 
-void Describe(const Failure& failure, HttpClient::Error* error) {
+std::string Printable(const char* words) {
+    std::string text = words;
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, ' ');
+    return text;
+}
+
+void Describe(const Failure& failure, const Telling& telling, HttpClient::Error* error) {
     if (error == nullptr) return;
     error->code = failure.code;
+    error->reason = failure.reason;
     // Cut where the room ends, as the record's owner expects.
-    static_cast<void>(
-        std::snprintf(error->text, sizeof error->text, "%s: %s", failure.reason, failure.detail));
+    static_cast<void>(std::snprintf(error->text, sizeof error->text, "%s: %s",
+                                    NameOf(failure.reason), WordsOf(failure, telling)));
 }
 
 /// Method and target are shown only once they were found harmless.
-void Report(const Failure& failure, const std::string& method, const std::string& target) {
-    qlog_write(4, "Oak", "HTTP exchange failed, %s: %s [%s %s]", failure.reason, failure.detail,
-               IsToken(method) ? method.c_str() : "-", target.empty() ? "-" : target.c_str());
+void Report(const Failure& failure, const Telling& telling, const std::string& method) {
+    qlog_write(4, "Oak", "HTTP exchange failed, %s: %s [%s %s]", NameOf(failure.reason),
+               WordsOf(failure, telling), IsToken(method) ? method.c_str() : "-",
+               telling.target.empty() ? "-" : telling.target.c_str());
 }
 
 }  // namespace Oak::Net

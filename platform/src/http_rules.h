@@ -29,19 +29,28 @@ bool MayBeSent(std::string_view name, std::string_view value);
 /// The options with the default in place of each limit that is 0.
 HttpClientOptions WithDefaultsForZero(HttpClientOptions options);
 
-/// Why an exchange failed. Fixed texts alone: the message of a library below may quote a URL.
+/// A failure of an exchange.
 struct Failure {
-    const char* reason;
+    FailureReason reason;
     std::int32_t code;  ///< the number that the library below has for it, or one of http_exchange.h
     const char* detail;
 };
 
-/// Fills `error`, which may be null.
-void Describe(const Failure& failure, HttpClient::Error* error);
+/// What may be told of an exchange that failed.
+struct Telling {
+    std::string target;  ///< of the URL; empty while that isn't known
+    std::string words;   ///< in place of the failure's fixed text, if there are any
+};
 
-/// Writes the one record of a failed exchange. `target` is what may be shown of the URL; empty
-/// while that isn't known.
-void Report(const Failure& failure, const std::string& method, const std::string& target);
+/// Words of a library below: one line of printable characters. The caller has seen to it that they
+/// quote no URL and no field.
+std::string Printable(const char* words);
+
+/// Fills `error`, which may be null.
+void Describe(const Failure& failure, const Telling& telling, HttpClient::Error* error);
+
+/// Writes the one record of a failed exchange.
+void Report(const Failure& failure, const Telling& telling, const std::string& method);
 
 }  // namespace Oak::Net
 

@@ -3,14 +3,9 @@
 #include "http_exchange.h"
 #include "http_rules.h"
 
-#include <Oak/Base/Process.h>
-
 #include <openssl/crypto.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <exception>
 #include <iterator>
 #include <thread>
 #include <utility>
@@ -26,45 +21,11 @@ constexpr unsigned oldestVersion = 0x075800;  // 7.88.0
 
 /// Starts the TLS library without its exit handler. That handler frees tables which a host thread
 /// inside a handshake still reads while the process ends; the memory goes back to the system
-/// anyway. Where the host started the TLS library first the handler stands already; see Lifetime.
+/// anyway. Where the host started the TLS library first the handler stands already; see
+/// EndTransport.
 void StartTlsLibrary() noexcept {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
 }
-
-std::atomic<bool> ended{false};
-std::atomic<std::uint32_t> visitors{0};
-
-/// Makes the transport and, at process exit or unload, ends it.
-///
-/// Calls under way at that moment are those of host threads that outlive main(). They give up
-/// within the second in which the library next asks them, and get that long: exit handlers run in
-/// reverse order, so a handler of the TLS library that the host had registered before comes next,
-/// and would crash them. What is still in use after that (by a name lookup that hangs, say) stays
-/// where it is: freed under its user it would crash a process that is about to end well.
-class Lifetime : private Oak::Base::CNoncopyable {
- public:
-    Lifetime() : transport_(new HttpTransport) {}
-    ~Lifetime() {
-        // Both sides write first and read then, in one total order: either the visitor sees the
-        // end, or the end sees the visitor.
-        ended.store(true);
-        if (!Oak::Base::OtherThreadsGone() && LastVisitorLeft()) delete transport_;
-    }
-
-    HttpTransport* Get() const noexcept { return transport_; }
-
- private:
-    static bool LastVisitorLeft() {
-        const auto patience = Clock::now() + std::chrono::seconds(2);
-        while (visitors.load() != 0) {
-            if (Clock::now() > patience) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
-    }
-
-    HttpTransport* const transport_;
-};
 
 }  // namespace
 
@@ -163,24 +124,22 @@ void HttpTransport::RemoveAgedInto(HandleList& aged, Clock::time_point now) noex
         aged.splice(aged.begin(), idle_, std::prev(idle_.end()));
 }
 
-TransportVisit::TransportVisit() noexcept {
-    if (Oak::Base::OtherThreadsGone()) return;
-    counted_ = true;
-    visitors.fetch_add(1);
-    if (ended.load()) return;
-    try {
-        static Lifetime lifetime;
-        transport_ = lifetime.Get();
-    } catch (const std::exception&) {  // no memory: the next visit tries again
+HttpTransport* StartTransport() {
+    return new HttpTransport;
+}
+
+/// Calls under way at that moment are those of host threads that outlive main(). They give up at
+/// once, or when a name look-up lets them, and get two seconds: exit handlers run in reverse order,
+/// so a handler of the TLS library that the host had registered before comes next, and would crash
+/// them. What is still in use after that stays where it is: freed under its user it would crash a
+/// process that is about to end well.
+void EndTransport(HttpTransport* transport) noexcept {
+    const auto patience = Clock::now() + std::chrono::seconds(2);
+    while (TransportVisit::AnyUnderWay()) {
+        if (Clock::now() > patience) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-}
-
-TransportVisit::~TransportVisit() {
-    if (counted_) visitors.fetch_sub(1);
-}
-
-bool TransportVisit::Ending() noexcept {
-    return ended.load();
+    delete transport;
 }
 
 }  // namespace Oak::Net

@@ -3,11 +3,8 @@
 #include "http_exchange.h"
 #include "http_rules.h"
 
-#include <Oak/Base/Process.h>
-
 #include <atomic>
 #include <cstdint>
-#include <exception>
 #include <optional>
 #include <utility>
 
@@ -74,8 +71,6 @@ void KeepLibraryLoaded() noexcept {
     static_cast<void>(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, L"winhttp.dll", &module));
 }
 
-std::atomic<bool> ended{false};
-std::atomic<std::uint32_t> visitors{0};
 std::atomic<std::uint32_t> callbacks{0};
 
 /// They have done what somebody could wait for, and need no lock to return. Once they are counted
@@ -87,29 +82,6 @@ void LetCallbacksReturn() noexcept {
         Sleep(1);
     } while (++tries < mostTries && callbacks.load() != 0);
 }
-
-/// Makes the transport and, when the module is unloaded, ends it.
-///
-/// No visitor is waited for, since the loader's lock is held: what somebody still uses stays where
-/// it is. So does everything when the process ends: its other threads are gone by then, and with
-/// them perhaps the owners of the library's locks.
-class Lifetime : private Oak::Base::CNoncopyable {
- public:
-    Lifetime() : transport_(new HttpTransport) {}
-    ~Lifetime() {
-        // Both sides write first and read then, in one total order: either the visitor sees the
-        // end, or the end sees the visitor.
-        ended.store(true);
-        if (Oak::Base::OtherThreadsGone()) return;
-        LetCallbacksReturn();
-        if (visitors.load() == 0) delete transport_;
-    }
-
-    HttpTransport* Get() const noexcept { return transport_; }
-
- private:
-    HttpTransport* const transport_;
-};
 
 }  // namespace
 
@@ -151,24 +123,16 @@ HttpGenerationPtr HttpTransport::Generation() const {
     return current_;
 }
 
-TransportVisit::TransportVisit() noexcept {
-    if (Oak::Base::OtherThreadsGone()) return;
-    counted_ = true;
-    visitors.fetch_add(1);
-    if (ended.load()) return;
-    try {
-        static Lifetime lifetime;
-        transport_ = lifetime.Get();
-    } catch (const std::exception&) {  // no memory: the next visit tries again
-    }
+HttpTransport* StartTransport() {
+    return new HttpTransport;
 }
 
-TransportVisit::~TransportVisit() {
-    if (counted_) visitors.fetch_sub(1);
-}
-
-bool TransportVisit::Ending() noexcept {
-    return ended.load();
+/// When the module is unloaded. No visitor is waited for, since the loader's lock is held: what
+/// somebody still uses stays where it is. So does everything when the process ends: its other
+/// threads are gone by then, and with them perhaps the owners of the library's locks.
+void EndTransport(HttpTransport* transport) noexcept {
+    LetCallbacksReturn();
+    if (!TransportVisit::AnyUnderWay()) delete transport;
 }
 
 CallbackVisit::CallbackVisit() noexcept {

@@ -222,6 +222,8 @@ bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* re
     return answer.sent;
 }
 
+void HttpClient::WakeAll() noexcept {}  // no answer waits for anything that this could wake
+
 void SetHttpClientOptions(const HttpClientOptions& /*options*/) {}
 
 }  // namespace Oak::Net

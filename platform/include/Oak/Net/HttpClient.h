@@ -3,6 +3,7 @@
 
 #include <Oak/Base/Wipe.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -19,6 +20,22 @@ class URL {
 
  private:
     std::string text_;
+};
+
+/// Why the caller of an exchange gives it up.
+enum class GivenUp { no, cancelled, timeUp, ending };
+
+/// How long the caller of an exchange waits for it, besides the limits of `HttpClientOptions`.
+struct ExchangePatience {
+    using Clock = std::chrono::steady_clock;
+
+    /// Longest time of the exchange; 0: that of the options. A longer one than that doesn't count.
+    std::chrono::milliseconds limit{0};
+    /// When the caller's own time is up. Asked then, `givenUp` says so.
+    Clock::time_point deadline = Clock::time_point::max();
+    /// Asked on the sending thread: before anything is sent, now and then, and whenever somebody
+    /// calls `HttpClient::WakeAll`. Null: the caller doesn't give up.
+    GivenUp (*givenUp)() noexcept = nullptr;
 };
 
 /// One request: method, URL, header fields, content type, body. Made, used and destroyed by one
@@ -57,12 +74,15 @@ class CHttpClientRequest {
     /// field counts.
     void SetContentType(const std::string& contentType) { contentType_ = contentType; }
 
+    void SetPatience(const ExchangePatience& patience) { patience_ = patience; }
+
     const std::string& Method() const { return method_; }
     const URL& Url() const { return url_; }
     const std::vector<HeaderField>& Headers() const { return headers_; }
     const std::string& ContentType() const { return contentType_; }
     const std::string& Data() const { return data_; }
     bool DataIsSecret() const { return dataIsSecret_; }
+    const ExchangePatience& Patience() const { return patience_; }
 
  private:
     std::string method_;
@@ -71,6 +91,7 @@ class CHttpClientRequest {
     std::string contentType_;
     std::string data_;
     bool dataIsSecret_ = false;
+    ExchangePatience patience_;
 };
 
 /// One response: empty until `Send` fills it.
@@ -99,6 +120,23 @@ class CHttpClientResponse {
     std::string body_;
 };
 
+/// Why an exchange failed.
+enum class FailureReason : std::int32_t {
+    none = 0,
+    notReached,      ///< no connection, or no TLS
+    notTrusted,      ///< the certificate of the server, or of a proxy
+    timeOut,         ///< a limit on time was met
+    cutOff,          ///< the connection ended early
+    tooLarge,        ///< the answer
+    notUnderstood,   ///< what came is no answer of HTTP
+    refusedUrl,      ///< by the client: malformed, or plain http to elsewhere
+    refusedRequest,  ///< by the client: a method or field that would break the message
+    noMemory,
+    cancelled,  ///< the caller gave it up
+    ended,      ///< the process is ending, or is a forked child
+    other
+};
+
 /// The HTTP client. Any number of threads may send at once with requests and responses of their
 /// own.
 ///
@@ -108,8 +146,9 @@ class HttpClient {
  public:
     /// A failure, as far as a caller could want to know; filled with zero bytes before `Send`.
     struct Error {
-        std::int32_t code;  ///< the HTTP library's number for the failure, or our own; 0: none
-        char text[124];     ///< one line, zero-terminated, possibly cut
+        std::int32_t code;     ///< the HTTP library's number for the failure, or our own; 0: none
+        FailureReason reason;  ///< what kind of failure that is
+        char text[248];        ///< one line, zero-terminated, possibly cut
     };
 
     HttpClient();
@@ -123,10 +162,14 @@ class HttpClient {
     /// are not followed. `error` may be null.
     ///
     /// False without a record in a forked child, and once the process is ending: exchanges under
-    /// way on threads that outlive main() then give up within a second, and the end waits two at
-    /// most for them.
+    /// way on threads that outlive main() then give up, and the end waits two seconds at most for
+    /// them.
     static bool Send(const CHttpClientRequest& request, CHttpClientResponse* response,
                      Error* error);
+
+    /// Makes every exchange under way ask its caller at once whether to go on; see
+    /// `ExchangePatience`. Any thread may call it; it doesn't block on an exchange.
+    static void WakeAll() noexcept;
 };
 
 }  // namespace Oak::Net

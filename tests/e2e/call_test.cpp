@@ -1,0 +1,374 @@
+// Calls that the host cancels, or bounds in time, wherever they are: when they return, what they
+// report, and what they leave behind.
+
+#include "e2e/e2e_support.h"
+#include "support/sockets.h"
+
+#include <qlog/qlog.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using e2e::Ask;
+using e2e::LogIn;
+using gateway::FaultKind;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+using Veltra::CallOutcome;
+
+constexpr milliseconds kSoon{100};
+constexpr milliseconds kLimit{300};
+
+/// A port of loopback at which nobody accepts: a handshake gets no answer there, and when it is
+/// full not even a connection is made.
+class DeafPort {
+ public:
+    explicit DeafPort(bool full) : listener_(TestSupport::NewSocket()) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const plain = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(bind(listener_, plain, size), 0);
+        EXPECT_EQ(listen(listener_, full ? 0 : 8), 0);
+        EXPECT_EQ(getsockname(listener_, plain, &size), 0);
+        for (int i = 0; full && i < 4; ++i) {
+            fillers_.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+            connect(fillers_.back(), plain, size);
+        }
+        url_ = (full ? "http://127.0.0.1:" : "https://127.0.0.1:") +
+               std::to_string(ntohs(address.sin_port));
+    }
+    ~DeafPort() {
+        for (const int filler : fillers_)
+            TestSupport::CloseSocket(filler);
+        TestSupport::CloseSocket(listener_);
+    }
+    DeafPort(const DeafPort&) = delete;
+    DeafPort& operator=(const DeafPort&) = delete;
+
+    const std::string& Url() const { return url_; }
+
+ private:
+    int listener_;
+    std::vector<int> fillers_;
+    std::string url_;
+};
+
+std::size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+bool Submit(bool withPicture) {
+    const auto comment = std::make_shared<Veltra::LLMComment>("t-2");
+    if (withPicture) comment->SetPictures({"AQID"});
+    std::string id;
+    return Veltra::Veltra_SubmitComments(comment, id);
+}
+
+class CallTest : public testing::TestWithParam<bool> {
+ protected:
+    ~CallTest() override {
+        Veltra::Veltra_CancelAll();
+        Veltra::Veltra_Disable();
+        Oak::Net::SetHttpClientOptions({});
+        qlog_set_handler(nullptr, nullptr, 4);
+    }
+
+    void SetUp() override {
+        ASSERT_TRUE(server.start()) << server.reason();
+        ca = std::make_unique<e2e::TemporaryFile>(server.caPem());
+        Oak::Net::HttpClientOptions http;
+        if (GetParam()) http.caFile = ca->Path();
+        Oak::Net::SetHttpClientOptions(http);
+        Veltra::Veltra_SetBodyEcho(false);
+        qlog_set_handler(&CallTest::Record, this, 4);
+        Veltra::Veltra_Enable();
+        ASSERT_TRUE(Veltra::Veltra_SetDomain(server.baseUrl()));
+        ASSERT_TRUE(LogIn());
+        Veltra::Veltra_Unit();
+        ASSERT_NE(Ask().find("World"), std::string::npos);
+    }
+
+    static void Record(int, const char*, const char* message, void* context) {
+        auto& test = *static_cast<CallTest*>(context);
+        if (std::strstr(message, "Update token failed") != nullptr) ++test.failedUpdates;
+        if (std::strstr(message, "errcode:503") != nullptr && test.cancelsInHandler)
+            test.control.Cancel();
+    }
+
+    void Fault(std::string_view path, FaultKind kind, std::int64_t number = 0) {
+        server.addFault({std::string(path) + '$', kind, number, "77", "no"});
+    }
+    void FaultAll(std::string_view prefix, FaultKind kind) {
+        server.addFault({std::string(prefix), kind});
+    }
+    bool Stalled(std::size_t count = 1) {
+        return server.waitUntil([=, this] { return server.stalled() == count; });
+    }
+    std::size_t Queries() {
+        const auto all = server.requests();
+        return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), [](const auto& each) {
+            return each.path == gateway::kQueryPath;
+        }));
+    }
+    /// No token is good any more; a renewal finds this at the token's endpoint.
+    void RejectTokens(FaultKind kind) {
+        server.expireTokens();
+        Fault(gateway::kTokenPath, kind);
+        failedUpdates = 0;
+        server.clearRequests();
+    }
+
+    /// Everything is as it was before a call that was given up.
+    void ExpectNothingLeft(std::size_t descriptors, const std::string& tokenBefore) {
+        server.clearFaults();
+        server.resetStalled();
+        EXPECT_TRUE(Veltra::Veltra_IsLLMServiceValid());
+        server.clearRequests();
+        EXPECT_NE(Ask().find("World"), std::string::npos);
+        ASSERT_FALSE(server.requests().empty());
+        EXPECT_EQ(server.requests()[0].header("Authorization"), tokenBefore);
+        EXPECT_TRUE(server.waitUntil([=] { return OpenDescriptors() <= descriptors; }))
+            << OpenDescriptors() << " descriptors, " << descriptors << " before";
+    }
+    std::string TokenInUse() {
+        server.clearRequests();
+        Ask();
+        return server.requests().at(0).header("Authorization");
+    }
+
+    gateway::Gateway server{e2e::Serve(GetParam())};
+    std::unique_ptr<e2e::TemporaryFile> ca;
+    Veltra::CCallControl control;
+    std::atomic<int> failedUpdates{0};
+    std::atomic<bool> cancelsInHandler{false};
+    DeafPort swallowing{true};
+    DeafPort silent{false};
+};
+
+INSTANTIATE_TEST_SUITE_P(Schemes, CallTest, testing::Bool(),
+                         [](const auto& scheme) { return scheme.param ? "Https" : "Http"; });
+
+TEST_P(CallTest, ReturnsSoonWhereverItIs) {
+    const auto query = [] { return Ask()[0] != '2'; };
+    const auto settled = [] {
+        std::this_thread::sleep_for(milliseconds(50));
+        return true;
+    };
+    const struct {
+        const char* name;
+        std::function<void()> arrange;
+        std::function<bool()> call;
+        std::function<bool()> reached;
+    } states[] = {
+        {"connecting", [] {}, [this] { return Veltra::Veltra_IsDomainValid(swallowing.Url()); },
+         settled},
+        {"TLS handshake", [] {}, [this] { return Veltra::Veltra_SetDomain(silent.Url()); },
+         settled},
+        {"head of a probe", [this] { Fault(gateway::kQueryPath, FaultKind::Stall); },
+         [this] { return Veltra::Veltra_SetDomain(server.baseUrl()); },
+         [this] { return Stalled(); }},
+        {"head of an answer", [this] { Fault(gateway::kQueryPath, FaultKind::Stall); }, query,
+         [this] { return Stalled(); }},
+        {"body of an answer", [this] { Fault(gateway::kQueryPath, FaultKind::StallInBody, 3); },
+         query, [this] { return Stalled(); }},
+        {"login", [this] { Fault(gateway::kTokenPath, FaultKind::StallInBody, 3); },
+         [] { return LogIn(); }, [this] { return Stalled(); }},
+        {"slots", [this] { Fault(gateway::kUploadPath, FaultKind::Stall); },
+         [] { return Submit(true); }, [this] { return Stalled(); }},
+        {"picture", [this] { FaultAll(gateway::kStoragePrefix, FaultKind::Stall); },
+         [] { return Submit(true); }, [this] { return Stalled(); }},
+        {"feedback", [this] { Fault(gateway::kFeedbackPath, FaultKind::Stall); },
+         [] { return Submit(false); }, [this] { return Stalled(); }},
+        {"withdrawal", [this] { Fault(gateway::kCancelPath, FaultKind::Stall); },
+         [] { return Veltra::Veltra_CancleComments("f-1"); }, [this] { return Stalled(); }},
+    };
+    const std::string token = TokenInUse();
+    for (const auto& state : states) {
+        for (const bool byLimit : {false, true}) {
+            SCOPED_TRACE(std::string(state.name) + (byLimit ? ", by its limit" : ", cancelled"));
+            const std::size_t descriptors = OpenDescriptors();
+            state.arrange();
+            control = Veltra::CCallControl();
+            if (byLimit) control.SetTimeLimit(kLimit.count());
+            Veltra::CCallReport report;
+            const auto begun = Clock::now();
+            Clock::time_point ended;
+            std::thread caller([&] {
+                const Veltra::CCallScope scope(control);
+                EXPECT_FALSE(state.call());
+                ended = Clock::now();
+                report = Veltra::Veltra_LastCall();
+            });
+            EXPECT_TRUE(state.reached());
+            const auto cancelled = Clock::now();
+            if (!byLimit) control.Cancel();
+            caller.join();
+            EXPECT_LT(ended - (byLimit ? begun + kLimit : cancelled), kSoon);
+            if (byLimit) {
+                EXPECT_GE(ended - begun, kLimit);
+            }
+            EXPECT_EQ(report.Outcome(), byLimit ? CallOutcome::TimedOut : CallOutcome::Cancelled)
+                << report.Detail();
+            EXPECT_EQ(report.Retryable(), byLimit);
+            EXPECT_GE(report.Attempts(), 1);
+            ExpectNothingLeft(descriptors, token);
+        }
+    }
+}
+
+TEST_P(CallTest, ReturnsSoonFromWaitsForARenewal) {
+    const auto bounded = [&](bool byLimit, const std::function<bool()>& reached) {
+        control = Veltra::CCallControl();
+        if (byLimit) control.SetTimeLimit(kLimit.count());
+        const auto begun = Clock::now();
+        Clock::time_point ended;
+        std::thread caller([&] {
+            const Veltra::CCallScope scope(control);
+            EXPECT_EQ(Ask(), "2: client send message failed");
+            ended = Clock::now();
+        });
+        EXPECT_TRUE(reached());
+        const auto cancelled = Clock::now();
+        if (!byLimit) control.Cancel();
+        caller.join();
+        EXPECT_LT(ended - (byLimit ? begun + kLimit : cancelled), kSoon);
+    };
+    for (const bool byLimit : {false, true}) {
+        SCOPED_TRACE(byLimit ? "by its limit" : "cancelled");
+        // Its own renewal's exchange.
+        RejectTokens(FaultKind::Stall);
+        bounded(byLimit, [this] { return Stalled(); });
+        server.clearFaults();
+        server.resetStalled();
+
+        // A renewal that another thread makes.
+        RejectTokens(FaultKind::Stall);
+        std::thread other([] { EXPECT_EQ(Ask(), "2: client send message failed"); });
+        ASSERT_TRUE(Stalled());
+        const auto waits = [this] { return server.waitUntil([this] { return Queries() == 4; }); };
+        bounded(byLimit, waits);
+        EXPECT_EQ(server.stalled(), 1U) << "the other thread's is not touched";
+        Veltra::Veltra_CancelAll();
+        other.join();
+        server.clearFaults();
+        server.resetStalled();
+
+        // The pause of a minute after a renewal that failed.
+        RejectTokens(FaultKind::RefuseCode);
+        bounded(byLimit,
+                [this] { return server.waitUntil([this] { return failedUpdates == 1; }); });
+        server.clearFaults();
+        ASSERT_TRUE(LogIn()) << "the renewal failed before its pause";
+        Veltra::Veltra_Unit();
+    }
+}
+
+TEST_P(CallTest, MakesNoAttemptOnceItIsOver) {
+    const Veltra::CCallScope scope(control);
+    Fault(gateway::kQueryPath, FaultKind::Status, 503);
+    server.clearRequests();
+    cancelsInHandler = true;
+    EXPECT_EQ(Ask(), "2: client send message failed");
+    EXPECT_EQ(Queries(), 1U) << "cancelled between two attempts";
+    auto report = Veltra::Veltra_LastCall();
+    EXPECT_EQ(report.Outcome(), CallOutcome::Cancelled);
+    EXPECT_EQ(report.HttpStatus(), 503);
+    EXPECT_EQ(report.Attempts(), 1);
+    cancelsInHandler = false;
+    server.clearFaults();
+
+    EXPECT_TRUE(control.IsCancelled());
+    EXPECT_EQ(Ask(), "2: client send message failed") << "refused before it begins";
+    EXPECT_FALSE(LogIn());
+    EXPECT_FALSE(Submit(true));
+    EXPECT_EQ(Veltra::Veltra_LastCall().Attempts(), 0);
+    EXPECT_EQ(server.requests().size(), 1U);
+    control.Reset();
+    EXPECT_NE(Ask().find("World"), std::string::npos);
+    EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::Succeeded);
+
+    // Three attempts of 120 ms each don't fit into the limit.
+    control.SetTimeLimit(kLimit.count());
+    Fault(gateway::kQueryPath, FaultKind::Delay, 120);
+    Fault(gateway::kQueryPath, FaultKind::Status, 503);
+    const auto begun = Clock::now();
+    EXPECT_EQ(Ask(), "2: client send message failed");
+    EXPECT_LT(Clock::now() - begun, kLimit + kSoon);
+    EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::TimedOut);
+}
+
+TEST_P(CallTest, OneCancelEndsAllThreadsAndScopesNest) {
+    Fault(gateway::kQueryPath, FaultKind::Stall);
+    const Veltra::CCallControl inner;
+    std::atomic<int> cancelled{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 16; ++i)
+        threads.emplace_back([&, i] {
+            const Veltra::CCallScope outer(control);
+            const Veltra::CCallScope nested(inner);
+            const std::string traceId = "t-" + std::to_string(i);
+            EXPECT_EQ(Ask("World", traceId), "2: client send message failed");
+            const auto report = Veltra::Veltra_LastCall();
+            EXPECT_EQ(report.TraceId(), traceId) << "never another thread's";
+            if (report.Outcome() == CallOutcome::Cancelled) ++cancelled;
+        });
+    ASSERT_TRUE(Stalled(16));
+    const auto begun = Clock::now();
+    control.Cancel();
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_LT(Clock::now() - begun, milliseconds(500));
+    EXPECT_EQ(cancelled, 16);
+}
+
+TEST_P(CallTest, ClosesWithinASecondWhileTheMonitorStalls) {
+    Fault(gateway::kQueryPath, FaultKind::Stall);
+    ASSERT_TRUE(LogIn());  // its monitor's first probe stalls
+    ASSERT_TRUE(Stalled());
+    std::thread query([] { EXPECT_EQ(Ask(), "2: client send message failed"); });
+    ASSERT_TRUE(Stalled(2));
+    const auto begun = Clock::now();
+    EXPECT_TRUE(Veltra::Veltra_CancelAll());
+    query.join();
+    EXPECT_TRUE(Veltra::Veltra_Disable());
+    EXPECT_LT(Clock::now() - begun, std::chrono::seconds(1));
+    server.clearFaults();
+    server.resetStalled();
+    Veltra::Veltra_Enable();
+    EXPECT_NE(Ask().find("World"), std::string::npos) << "what was cut changed no flag";
+}
+
+TEST_P(CallTest, LogsOut) {
+    ASSERT_TRUE(LogIn());
+    EXPECT_TRUE(Veltra::Veltra_Logout());
+    server.clearRequests();
+    EXPECT_EQ(Ask(), "3: llm service is not can be used");
+    EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::NotUsable);
+    EXPECT_TRUE(server.requests().empty());
+    EXPECT_FALSE(LogIn("bad"));
+    const auto report = Veltra::Veltra_LastCall();
+    EXPECT_EQ(report.Outcome(), CallOutcome::Refused);
+    EXPECT_FALSE(report.GatewayMessage().empty()) << "why the gateway refused the login";
+    EXPECT_EQ(server.requests().size(), 1U) << "its own pair alone";
+    EXPECT_TRUE(Veltra::Veltra_Logout());
+    EXPECT_TRUE(LogIn());
+    EXPECT_NE(Ask().find("World"), std::string::npos);
+}
+
+}  // namespace
