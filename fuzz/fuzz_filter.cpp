@@ -1,6 +1,5 @@
 // The sensitive-phrase filter. Input: the limit in the first line; in the second the list, parted
-// by
-// "|", a phrase or, after "#", a key as it stands; then the text to check.
+// by "|", a phrase or, after "#", a key as it stands; then the text to check.
 //
 // Oracle: the rules written down plainly, with every phrase as a text of its own and its key looked
 // up in the set of keys as the host gave it.

@@ -1,4 +1,4 @@
-// A plugin that uses the library. The host links neither: see host.cpp.
+// A plugin that uses the library. The host links neither: see plugin_host.cpp.
 
 #include "assistant.h"
 

@@ -80,9 +80,10 @@ bool AskOnce(const char* gateway, const char* appKey, const char* secretKey) {
     // Threads of the host that call the plugin are joined here: no call may be under way below.
     stop();
     if (answered) std::cout << answer << '\n';
+    // The plugin is unloaded as it goes out of scope, and with it the library: all memory,
+    // descriptors and threads are given back.
     return answered;
-}  // unloads the plugin, and with it the library: all memory, descriptors and threads are given
-   // back
+}
 
 }  // namespace
 

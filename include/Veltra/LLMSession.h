@@ -95,8 +95,7 @@ class VELTRA_API CLLMSession {
     ///   gave an answer that can't be read.
     ///
     /// @param message  the input; read at the start of the call and never changed. The library
-    /// holds
-    ///                 on to it until the call returns
+    ///                 holds on to it until the call returns
     /// @param result   receives a new message, owned by the caller; left as it was on false
     /// @return true when the gateway answered with success
     virtual bool ExecuteQuery(std::shared_ptr<CHumanMessage> message,

@@ -60,8 +60,7 @@ class VELTRA_API CLicenseInfo {
     /// Sets the host's own version, which a login hands to the layer and the layer sends with
     /// feedback.
     /// @param version  such as "5.1.0", a text that needs no JSON escaping. A login with an empty
-    /// one
-    ///                 leaves the version of the login before
+    ///                 one leaves the version of the login before
     void SetProductVersion(const std::string& version);
 
     /// For the library's own use: the record's type is private.

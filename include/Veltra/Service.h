@@ -58,11 +58,9 @@ VELTRA_API bool Veltra_IsLLMServiceValid();
 /// `Oak::Net::HttpClientOptions`.
 ///
 /// @param domain  scheme and host, and a port if need be, such as "https://gateway.example",
-/// without
-///                a path or a slash at the end, since paths are appended as they are
+///                without a path or a slash at the end, since paths are appended as they are
 /// @return true when the domain answered the probe with status 200 and some text, and is set.
-/// False,
-///         with nothing changed, when it did not; the empty domain never does
+///         False, with nothing changed, when it did not; the empty domain never does
 VELTRA_API bool Veltra_SetDomain(const std::string& domain);
 
 /// Probes a domain as `Veltra_SetDomain` does, blocks like it, and changes nothing.
@@ -100,8 +98,7 @@ VELTRA_API bool Veltra_Authentication(const ProductType& productType,
 ///               themselves never reach the layer. A text that isn't such a key never matches. An
 ///               empty list lets every text pass
 /// @param limit  the largest number of words of a phrase that is looked up; any number. 0 lets
-/// every
-///               text pass, and screening takes longer the larger it is
+///               every text pass, and screening takes longer the larger it is
 /// @return true
 VELTRA_API bool Veltra_SetsitiveWords(const std::unordered_set<std::string>& keys,
                                       const std::uint32_t& limit);

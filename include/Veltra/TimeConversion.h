@@ -40,8 +40,8 @@ enum class FirstDayOfWeek : std::int32_t {
 ///
 /// Works whether or not the layer is enabled; needs no login and no network. Any thread may call it
 /// at any time; it takes no lock of this library, doesn't block, and throws nothing, apart from a
-/// failure to allocate memory. In a forked child of a process
-/// that has used the library it returns false.
+/// failure to allocate memory. In a forked child of a process that has used the library it returns
+/// false.
 VELTRA_API bool ConvertTime(const std::string& expression, std::string& result, std::int64_t now,
                             bool startOfDay);
 

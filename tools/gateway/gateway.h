@@ -242,8 +242,7 @@ class Gateway {
     UploadSlot makeUploadSlot(std::chrono::seconds lifetime = std::chrono::minutes(10)) const;
 
     /// Faults meet requests in the order in which they were added, one fault a request (and any
-    /// number of delays).
-    /// Gives the fault its id, which no other had since the gateway was made.
+    /// number of delays). Gives the fault its id, which no other had since the gateway was made.
     std::uint64_t addFault(Fault fault);
     /// False when there is none of that id any more. What is stalled stays stalled.
     bool removeFault(std::uint64_t id);
