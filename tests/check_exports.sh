@@ -29,7 +29,7 @@ fi
 needed=(
   Veltra::Veltra_{Enable,Disable,IsEnable,Unit,IsLLMServiceValid,SetDomain,IsDomainValid}
   Veltra::Veltra_{Authentication,SetsitiveWords,SubmitComments,CancleComments}
-  Veltra::Veltra_{LastCall,CancelAll,Logout,SetBodyEcho}
+  Veltra::Veltra_{LastCall,CancelAll,Logout,SetBodyEcho,GetVersion}
   Veltra::ConvertTime Veltra::SetFirstDayOfWeek
   Veltra::CCallControl::{CCallControl,~CCallControl,operator=,SetTimeLimit,Cancel,IsCancelled,Reset}
   Veltra::CCallScope::{CCallScope,~CCallScope}

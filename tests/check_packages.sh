@@ -37,8 +37,8 @@ expect_files "$runtime" "$libdir/libveltra.so."{"$major","$version"} \
   "share/doc/libveltra$major/CHANGELOG.md"
 expect_files "$development" "$libdir/libveltra.so" "$libdir/pkgconfig/veltra.pc" \
   "$libdir/cmake/Veltra/Veltra"{Config,ConfigVersion,Targets,Targets-release}.cmake \
-  include/Veltra/{AiHelper,Comment,Export,HumanMessage,LLMSession,LicenseInfo,PhraseKey}.h \
-  include/Veltra/{Service,TimeConversion,Types,Veltra}.h \
+  include/Veltra/{AiHelper,Base64,Call,Comment,Export,HumanMessage,JsonText,LLMSession,LicenseInfo}.h \
+  include/Veltra/{PhraseKey,Service,TimeConversion,Types,Veltra,Version}.h \
   include/Oak/Base/Export.h include/Oak/Net/HttpClientOptions.h include/qlog/qlog.h \
   share/doc/libveltra-dev/CHANGELOG.md
 for program in veltra veltra-gateway; do

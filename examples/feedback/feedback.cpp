@@ -4,7 +4,6 @@
 
 #include <Veltra/Veltra.h>
 
-#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -15,51 +14,13 @@
 
 namespace {
 
-// What users type goes into a JSON string as it is: unescaped, a quote in it would break the
-// request or add members to it.
-std::string JsonEscaped(const std::string& text) {
-    const char* const digits = "0123456789abcdef";
-    std::string escaped;
-    for (const char c : text) {
-        const unsigned byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            escaped += '\\';
-            escaped += c;
-        } else if (byte < 0x20) {
-            escaped += "\\u00";
-            escaped += digits[byte >> 4];
-            escaped += digits[byte & 0xF];
-        } else {
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
-// The form that the library takes: standard alphabet, padded, no line breaks.
-std::string Base64(const std::string& bytes) {
-    const char* const alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const auto byte = [&bytes, i](std::size_t k) -> unsigned {
-            return i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0U;
-        };
-        const unsigned group = byte(0) << 16 | byte(1) << 8 | byte(2);
-        text += alphabet[group >> 18];
-        text += alphabet[group >> 12 & 0x3F];
-        text += i + 1 < bytes.size() ? alphabet[group >> 6 & 0x3F] : '=';
-        text += i + 2 < bytes.size() ? alphabet[group & 0x3F] : '=';
-    }
-    return text;
-}
-
 // The library doesn't look at the bytes, and more than four pictures are not sent: a host tells its
 // user before, while there is still something to be done about it.
 bool AddPicture(const char* file, std::unordered_set<std::string>& pictures) {
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
     if (bytes.compare(0, 3, "\xFF\xD8\xFF") != 0 || pictures.size() == 4) return false;
-    pictures.insert(Base64(bytes));
+    pictures.insert(Veltra::EncodeBase64(bytes.data(), bytes.size()));
     return true;
 }
 
@@ -100,7 +61,9 @@ int main(int argc, char** argv) {
     const auto comment = std::make_shared<Veltra::LLMComment>(traceId);
     comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(2));  // the gateway's own
     comment->SetLLMErrType(static_cast<Veltra::LLMErrType>(1));                // numbers
-    comment->SetComments(JsonEscaped(argv[2]));
+    // Texts go into a JSON string as they are: unescaped, a quote in what users type would break the
+    // request or add members to it.
+    comment->SetComments(Veltra::EscapeJson(argv[2]));
     comment->SetPictures(pictures);
     std::string id;
     if (!Veltra::Veltra_SubmitComments(comment, id)) return 1;
@@ -108,7 +71,7 @@ int main(int argc, char** argv) {
 
     // The library remembers no ids: a host that lets users take feedback back keeps them. The id is
     // the gateway's text, so it is escaped like any other.
-    const bool withdrawn = Veltra::Veltra_CancleComments(JsonEscaped(id));
+    const bool withdrawn = Veltra::Veltra_CancleComments(Veltra::EscapeJson(id));
     std::cerr << (withdrawn ? "withdrawn\n" : "not withdrawn\n");
     Veltra::Veltra_Disable();
     return withdrawn ? 0 : 1;

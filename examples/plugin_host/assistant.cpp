@@ -35,7 +35,7 @@ int assistant_start(const char* gateway, const char* appKey, const char* secretK
 
 int assistant_ask(const char* name, char* answer, size_t size) {
     const auto message = std::make_shared<Veltra::CHumanMessage>();
-    message->SetElements("greeting", {{"name", name}, {"place", "the plugin"}});
+    message->SetElements("greeting", {{"name", Veltra::EscapeJson(name)}, {"place", "the plugin"}});
     // Sessions and answers are code and data of the library. Here they end with the call.
     Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
     const auto session = helper.GetLLMSessionItem(Veltra::LLMType::Default);

@@ -1,18 +1,20 @@
 // The smallest whole host: logs in, asks one question, prints the answer.
 //
-//     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... quickstart GATEWAY-URL
+//     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... quickstart GATEWAY-URL [NAME]
 
 #include <Veltra/Veltra.h>
 
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <string>
 
 int main(int argc, char** argv) {
     const char* const appKey = std::getenv("VELTRA_APP_KEY");
     const char* const secretKey = std::getenv("VELTRA_SECRET_KEY");
-    if (argc != 2 || appKey == nullptr || secretKey == nullptr) {
-        std::cerr << "usage: VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... quickstart GATEWAY-URL\n";
+    if (argc < 2 || argc > 3 || appKey == nullptr || secretKey == nullptr) {
+        std::cerr
+            << "usage: VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... quickstart GATEWAY-URL [NAME]\n";
         return 2;
     }
 
@@ -25,7 +27,10 @@ int main(int argc, char** argv) {
     }
 
     auto message = std::make_shared<Veltra::CHumanMessage>();
-    message->SetElements("greeting", {{"name", "Ada"}, {"place", "the library"}});
+    // Texts go into the request as they are, so what users type is escaped.
+    const std::string name = Veltra::EscapeJson(argc == 3 ? argv[2] : "Ada");
+    message->SetElements("greeting", {{"name", name}, {"place", "the library"}});
+    message->SetSessionID("quickstart-1");  // the trace id; a real host makes one for each query
     Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
     auto session = helper.GetLLMSessionItem(Veltra::LLMType::Default);
     std::shared_ptr<Veltra::CLLMMessage> answer;

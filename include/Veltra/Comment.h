@@ -27,7 +27,8 @@ struct LLMCommentIMP;
 /// A user's feedback on the answer to one query.
 ///
 /// All texts are UTF-8 and go into the request as they are, without escaping: they must need none
-/// inside a JSON string (no double quote, backslash or control character).
+/// inside a JSON string (no double quote, backslash or control character). `EscapeJson` makes any
+/// text so.
 ///
 /// A handle on a record. Copies share the record: a setter called on one is seen through all. A
 /// moved-from handle is empty: its setters change nothing and return false, and a submission of it
@@ -81,7 +82,8 @@ class VELTRA_API LLMComment {
     /// Replaces the pictures. The gateway takes four at most; which four of a larger set are sent
     /// is not defined. A text that can't be decoded is sent as an empty picture.
     /// @param pictures  the base64 texts of JPEG files: standard alphabet, padded, without line
-    ///                  breaks. They are copied, and looked at by the submission only
+    ///                  breaks, as `EncodeBase64` makes them. They are copied, and looked at by the
+    ///                  submission only
     /// @return false, with nothing changed, when the handle is empty
     bool SetPictures(const std::unordered_set<std::string>& pictures);
 

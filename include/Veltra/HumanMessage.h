@@ -16,7 +16,8 @@ struct CHumanMessageIMP;
 /// The input of one query: prompt template, values, checks.
 ///
 /// All texts are UTF-8 and go into the request as they are, without escaping: they must need none
-/// inside a JSON string (no double quote, backslash or control character).
+/// inside a JSON string (no double quote, backslash or control character). `EscapeJson` makes any
+/// text so.
 ///
 /// A handle on a record. Copies share the record: a setter called on one is seen through all. A
 /// moved-from handle is empty: its setters do nothing, and a query with it fails with code 1. One

@@ -10,7 +10,8 @@
 namespace Veltra {
 
 /// One access-key pair, a plain value. Both texts are written into the token request as they are:
-/// they must need no JSON escaping (no double quote, backslash or control character).
+/// they must need no JSON escaping (no double quote, backslash or control character). `EscapeJson`
+/// makes any text so.
 struct CAccessKey {
     std::string appKey;     ///< the key's identifier
     std::string secretKey;  ///< the key's secret

@@ -1,8 +1,11 @@
 #ifndef VELTRA_PHRASEKEY_H
 #define VELTRA_PHRASEKEY_H
 
+#include <Veltra/JsonText.h>
+
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 
 namespace Veltra {
 
@@ -39,9 +42,7 @@ class PhraseHash {
 ///
 /// The text is hashed as given: it is not escaped, checked, trimmed, brought to one case or into
 /// one Unicode form. Queries are screened in the form that the host hands in, which is escaped for
-/// JSON; so a phrase that holds a backslash is given escaped here, and a phrase that users may put
-/// into quotes is listed a second time with a backslash at its end, where the closing quote's
-/// escape stands. docs/screening.md shows it.
+/// JSON: `AddPhraseKeys` gives all keys that a phrase needs. docs/screening.md shows why.
 ///
 /// Header-only, so that a tool can compute keys without the library. Any thread may call it at any
 /// time. It doesn't block, and throws only when memory can't be allocated.
@@ -56,6 +57,35 @@ inline std::string PhraseKey(const std::string& phrase) {
     for (const char byte : phrase)
         hash.Add(byte);
     return std::to_string(hash.Value());
+}
+
+/// Adds all keys under which a phrase is found, for `Veltra_SetsitiveWords`: of the phrase as it
+/// stands in a plain value, as it stands in a value that `EscapeJson` escaped, and as it stands
+/// there before a closing double quote, whose backslash stays on the last word. Up to three keys; a
+/// phrase that needs no escaping has two. A plain value with a backslash behind the phrase is refused
+/// as well: from here it can't be told from an escaped one.
+///
+/// A phrase that no text can hold adds nothing: one without a word, and one with a sentence
+/// delimiter (see `PhraseKey`). A phrase of more words than the limit that is handed in with the
+/// keys is never found either.
+///
+/// Header-only. Any thread may call it at any time, with a set of its own. It doesn't block, and
+/// throws only when memory can't be allocated.
+///
+/// @param keys    the set that the keys join
+/// @param phrase  the phrase, not escaped: words parted by any number of spaces, UTF-8, in the very
+///                case and form that is to be found
+inline void AddPhraseKeys(std::unordered_set<std::string>& keys, const std::string& phrase) {
+    std::string plain;  // its words with single spaces between them, as the layer compares them
+    for (const char byte : phrase)
+        if (byte != ' ' || (!plain.empty() && plain.back() != ' ')) plain += byte;
+    if (!plain.empty() && plain.back() == ' ') plain.pop_back();
+    if (plain.empty() || plain.find_first_of("-;|?.!,:()<>[]{}\"") != std::string::npos) return;
+
+    const std::string escaped = EscapeJson(plain);
+    keys.insert(PhraseKey(plain));
+    keys.insert(PhraseKey(escaped));
+    keys.insert(PhraseKey(escaped + '\\'));
 }
 
 }  // namespace Veltra

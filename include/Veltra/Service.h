@@ -94,7 +94,7 @@ VELTRA_API bool Veltra_Authentication(const ProductType& productType,
 /// whether or not the layer is enabled, and doesn't block on a query; one that is under way may
 /// still use the list before.
 ///
-/// @param keys   the phrase keys, as `PhraseKey` (Veltra/PhraseKey.h) computes them: the phrases
+/// @param keys   the phrase keys, as `AddPhraseKeys` (Veltra/PhraseKey.h) gives them: the phrases
 ///               themselves never reach the layer. A text that isn't such a key never matches. An
 ///               empty list lets every text pass
 /// @param limit  the largest number of words of a phrase that is looked up; any number. 0 lets

@@ -15,15 +15,18 @@
 /// process that had used the library, and in threads that still run while the process ends.
 
 #include <Veltra/AiHelper.h>
+#include <Veltra/Base64.h>
 #include <Veltra/Call.h>
 #include <Veltra/Comment.h>
 #include <Veltra/Export.h>
 #include <Veltra/HumanMessage.h>
+#include <Veltra/JsonText.h>
 #include <Veltra/LLMSession.h>
 #include <Veltra/LicenseInfo.h>
 #include <Veltra/PhraseKey.h>
 #include <Veltra/Service.h>
 #include <Veltra/TimeConversion.h>
 #include <Veltra/Types.h>
+#include <Veltra/Version.h>
 
 #endif
