@@ -19,7 +19,7 @@ _veltra() {
   fi
 
   case $before in
-    --credentials | --ca-file | --phrase-file | --picture)
+    --credentials | --ca-file | --phrase-file | --picture | =@)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return ;;

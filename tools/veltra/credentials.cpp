@@ -5,9 +5,6 @@
 #include "output.h"
 #include "process.h"
 
-#include <fstream>
-#include <sstream>
-
 namespace tool {
 
 namespace {
@@ -40,18 +37,15 @@ Credentials readCredentials(const std::string& file, const rapidjson::Value& doc
     return credentials;
 }
 
-Credentials readFile(const std::string& file) {
-    std::ifstream stream(pathOf(file), std::ios::binary);
-    if (!stream) throw UsageError("cannot read " + file);
+Credentials parseFile(const std::string& file) {
+    const std::string text = readFile(file);
     if (isReadableByOthers(file))
         complain("warning: other users may read " + file + "; chmod 600 closes it");
 
     constexpr unsigned kFlags =
         rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag;
-    std::ostringstream text;
-    text << stream.rdbuf();
     rapidjson::Document document;  // stays null after an error
-    document.Parse<kFlags>(text.str().c_str());
+    document.Parse<kFlags>(text.c_str());
     return readCredentials(file, document);
 }
 
@@ -70,7 +64,7 @@ std::shared_ptr<Veltra::CLicenseInfo> Credentials::licence() const {
 }
 
 std::optional<Credentials> findCredentials(const std::string& file) {
-    if (!file.empty()) return readFile(file);
+    if (!file.empty()) return parseFile(file);
     const std::string appKey = environmentText("VELTRA_APP_KEY");
     const std::string secretKey = environmentText("VELTRA_SECRET_KEY");
     if (appKey.empty() && secretKey.empty()) return std::nullopt;

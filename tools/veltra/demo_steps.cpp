@@ -1,10 +1,10 @@
 #include "demo_steps.h"
 
-#include "bytes_openssl.h"
 #include "json_read.h"
 #include "output.h"
 #include "phrases.h"
 #include "run_query.h"
+#include "sha256_openssl.h"
 #include "submit_feedback.h"
 #include "trace_id.h"
 
@@ -117,7 +117,7 @@ std::shared_ptr<Veltra::LLMComment> makeComment(const std::string& traceId,
                                                 const std::vector<std::string>& pictures) {
     std::unordered_set<std::string> encoded;
     for (const auto& picture : pictures)
-        encoded.insert(encodeBase64(picture));
+        encoded.insert(Veltra::EncodeBase64(picture.data(), picture.size()));
     auto comment = std::make_shared<Veltra::LLMComment>(traceId);
     comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(2));
     comment->SetLLMErrType(static_cast<Veltra::LLMErrType>(1));

@@ -30,9 +30,8 @@ constexpr const char* kSubmitEnd =
     "--log-level detail so do the requests' bodies, unless that is a terminal. Texts are UTF-8;\n"
     "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
     "library, which sends texts as they are, gets them.\n"
-    "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out, "
-    "and\n"
-    "a record on standard error tells of it; when none can, the feedback fails.\n"
+    "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out,\n"
+    "and a record on standard error tells of it; when none can, the feedback fails.\n"
     "\nExamples:\n"
     "  veltra feedback submit --trace-id 4f1c --comment \"Not what I asked\" --satisfaction 2 \\\n"
     "      --type 1 --credentials keys.json\n"
@@ -108,8 +107,7 @@ std::string logInAndCancel(const CancelOptions& options) {
     if (!Veltra::Veltra_CancleComments(id))
         throw Failure(
             "not withdrawn: the gateway was not reached, or it refused, as it does with ids that "
-            "are "
-            "unknown or withdrawn already");
+            "are unknown or withdrawn already");
     return options.feedbackId;
 }
 

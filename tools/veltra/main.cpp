@@ -4,6 +4,8 @@
 #include "output.h"
 #include "process.h"
 
+#include <Veltra/Version.h>
+
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -37,6 +39,13 @@ constexpr const char* kEnd =
     "  127  gateway: veltra-gateway is not there\n"
     "  130  query --repeat was interrupted; other subcommands end by the signal itself\n"
     "gateway has the exit status of veltra-gateway, once that runs.";
+
+/// The library may be another than the one that came with the program.
+std::string versionText() {
+    const std::string loaded = Veltra::Veltra_GetVersion();
+    const bool isOurs = loaded == VELTRA_VERSION;
+    return "veltra " VELTRA_VERSION + (isOurs ? "" : ", library " + loaded);
+}
 
 /// Whether the result is wanted as JSON, even if the command line can't be understood.
 bool wantsJson(int argc, char** argv) {
@@ -87,7 +96,7 @@ int run(bool json, int argc, char** argv) {
     tool::Command chosen;
     CLI::App app(kAbout, "veltra");
     app.footer(kEnd);
-    app.set_version_flag("--version", "veltra " VELTRA_PROGRAM_VERSION);
+    app.set_version_flag("--version", versionText());
     app.require_subcommand(1);
     tool::addQuery(app, chosen);
     tool::addFeedback(app, chosen);

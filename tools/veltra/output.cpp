@@ -2,6 +2,8 @@
 
 #include "process.h"
 
+#include <Veltra/JsonText.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstddef>
@@ -14,10 +16,6 @@
 namespace tool {
 
 namespace {
-
-using ValidatingWriter =
-    rapidjson::Writer<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>,
-                      rapidjson::CrtAllocator, rapidjson::kWriteValidateEncodingFlag>;
 
 rapidjson::SizeType jsonSize(std::string_view text) {
     return static_cast<rapidjson::SizeType>(text.size());
@@ -114,12 +112,14 @@ void writeOutput(std::string_view text) {
 
 }  // namespace
 
+// Repaired it would be another text than the one given.
+void requireUtf8(std::string_view text, const std::string& name) {
+    if (repaired(text) != text) throw UsageError(name + " is not valid UTF-8");
+}
+
 std::string jsonEscaped(std::string_view text, const std::string& name) {
-    rapidjson::StringBuffer buffer;
-    ValidatingWriter writer(buffer);
-    if (!writer.String(text.data(), jsonSize(text))) throw UsageError(name + " is not valid UTF-8");
-    const std::string_view quoted(buffer.GetString(), buffer.GetSize());
-    return std::string(quoted.substr(1, quoted.size() - 2));
+    requireUtf8(text, name);
+    return Veltra::EscapeJson(std::string(text));
 }
 
 std::string printable(std::string_view text) {

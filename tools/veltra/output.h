@@ -33,8 +33,11 @@ struct Failure : std::runtime_error {
     std::int32_t code;
 };
 
-/// The text as it stands between the quotes of a JSON string. Throws UsageError when it isn't
-/// UTF-8, with the name of the text and not the text, which may be secret.
+/// Throws UsageError when a text isn't UTF-8, with the name of the text and not the text, which may
+/// be secret.
+void requireUtf8(std::string_view text, const std::string& name);
+
+/// The text as it stands between the quotes of a JSON string. It must be UTF-8, as above.
 std::string jsonEscaped(std::string_view text, const std::string& name);
 
 /// The text with control characters shown as escapes, so that it can't steer a terminal.

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace tool {
@@ -22,15 +23,14 @@ namespace {
 constexpr const char* kEnd =
     "Prints the key of each PHRASE or, without any, of each line of standard input that isn't\n"
     "blank. Write a phrase as it stands in a text: words parted by single spaces, UTF-8, in the\n"
-    "very case that is to be found.\n"
+    "very case that is to be found. A warning names phrases that no text can match.\n"
     "A host that escapes its values hands in the keys of --escaped, two for each phrase: of the\n"
     "phrase as it looks when escaped, and of that before an escaped quote.\n"
     "\nExamples:\n"
     "  veltra phrase-key \"project bluebird\" merger\n"
     "  veltra phrase-key --escaped < phrases.txt > keys.txt\n"
-    "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each also "
-    "has\n"
-    "  \"keyBeforeQuote\".\n"
+    "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each has\n"
+    "  \"keyBeforeQuote\" as well.\n"
     "\n--log-level is here for scripts that give it to every subcommand: computing keys makes no\n"
     "records.\n"
     "\nExit status: 0 success, 1 the output was lost, 2 wrong usage.";
@@ -40,20 +40,49 @@ struct PhraseKeyOptions {
     bool escaped = false;
 };
 
+/// A phrase as it stands in texts that were escaped.
+struct EscapedPhrase {
+    explicit EscapedPhrase(const std::string& phrase)
+        : text(jsonEscaped(phrase, "a phrase")), beforeQuote(text + '\\') {}
+    std::string text;
+    std::string beforeQuote;  ///< a quote ends a sentence and leaves its backslash on the last word
+};
+
+/// Whether some text holds just this phrase, whose words must be parted as the layer parts them.
+bool isEverFound(const std::string& phrase) {
+    std::unordered_set<std::string> keys;
+    Veltra::AddPhraseKeys(keys, phrase);
+    return keys.count(Veltra::PhraseKey(phrase)) != 0;
+}
+
 /// Hands out the phrases of the command line or, for want of those, of standard input.
 class Phrases {
  public:
-    explicit Phrases(const std::vector<std::string>& arguments) : arguments_(arguments) {}
+    explicit Phrases(const std::vector<std::string>& arguments)
+        : arguments_(arguments),
+          neverFound_(arguments.empty() ? "standard input, line" : "phrase",
+                      kEndsASentence + std::string(", and single spaces between its words")) {}
 
     std::optional<std::string> next() {
-        if (arguments_.empty()) return nextPhrase(standardInput());
+        auto phrase = read();
+        if (phrase && !isEverFound(*phrase))
+            neverFound_.add(arguments_.empty() ? lines_.line() : given_);
+        return phrase;
+    }
+
+    void warn() const { neverFound_.warn(); }
+
+ private:
+    std::optional<std::string> read() {
+        if (arguments_.empty()) return lines_.next();
         if (given_ == arguments_.size()) return std::nullopt;
         return arguments_[given_++];
     }
 
- private:
     const std::vector<std::string>& arguments_;
     std::size_t given_ = 0;
+    PhraseLines lines_{standardInput()};
+    NeverFound neverFound_;
 };
 
 void writeKeys(JsonWriter& writer, const std::string& phrase, bool escaped) {
@@ -74,7 +103,7 @@ void printKeysAsJson(Phrases& phrases, bool escaped) {
     keys.beginArray();
     while (const auto phrase = phrases.next()) {
         // The phrase stands beside its key: repaired it would be another one.
-        jsonEscaped(*phrase, "a phrase");
+        requireUtf8(*phrase, "a phrase");
         writeKeys(keys, *phrase, escaped);
     }
     keys.endArray();
@@ -104,6 +133,7 @@ int printKeys(const std::vector<std::string>& arguments, const PhraseKeyOptions&
         printKeysAsJson(phrases, options.escaped);
     else
         printKeysAsText(phrases, options.escaped);
+    phrases.warn();
     return kSuccess;
 }
 

@@ -9,7 +9,6 @@ namespace tool {
 
 /// The gateway takes no more with one feedback.
 inline constexpr std::size_t kMostPictures = 4;
-inline constexpr std::size_t kMostPictureBytes = std::size_t{32} << 20;
 
 /// Reads picture files, each into base64 text, as the layer takes them; tells a person who watches
 /// of each. A file that doesn't begin as a JPEG does costs a warning. Throws UsageError.

@@ -21,7 +21,7 @@ constexpr const char* kEnd =
 
 int probe(const CommonOptions& options) {
     const std::string& domain = options.domain;
-    jsonEscaped(domain, "the URL");
+    requireUtf8(domain, "the URL");
     Oak::Net::SetHttpClientOptions(options.http);
     const Records records(options.logLevel, {});
     const bool answers = Veltra::Veltra_Enable() && Veltra::Veltra_IsDomainValid(domain);

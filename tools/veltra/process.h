@@ -38,6 +38,7 @@ std::istream& standardInput();
 /// Whether the write that has just failed did so since nobody will read any more.
 bool readerIsGone();
 
+bool inputComesFromTerminal();
 bool errorGoesToTerminal();
 bool outputGoesToTerminal();
 

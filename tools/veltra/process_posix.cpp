@@ -75,6 +75,10 @@ bool readerIsGone() {
     return errno == EPIPE;
 }
 
+bool inputComesFromTerminal() {
+    return isatty(STDIN_FILENO) == 1;
+}
+
 bool errorGoesToTerminal() {
     return isatty(STDERR_FILENO) == 1;
 }

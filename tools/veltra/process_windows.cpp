@@ -149,6 +149,10 @@ bool readerIsGone() {
            error == ERROR_PIPE_NOT_CONNECTED;
 }
 
+bool inputComesFromTerminal() {
+    return isConsole(STD_INPUT_HANDLE);
+}
+
 bool errorGoesToTerminal() {
     return isConsole(STD_ERROR_HANDLE);
 }

@@ -10,6 +10,7 @@
 #include "repeat_report.h"
 #include "run_query.h"
 #include "trace_id.h"
+#include "values.h"
 
 #include <Veltra/Veltra.h>
 
@@ -29,14 +30,16 @@ constexpr const char* kEnd =
     "The answer goes to standard output. Prompt key, names, values and the other texts are UTF-8;\n"
     "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
     "library, which sends texts as they are, gets them. \"--\" ends the options.\n"
+    "NAME=@FILE takes the value from a file, NAME=@- from standard input, up to 32 MiB each,\n"
+    "without the end of line at the very end. NAME=@@TEXT is the value @TEXT.\n"
     "With --repeat no answer is printed but a summary: latencies of the answered queries by\n"
-    "nearest rank, answered queries per second, failures by code. A thread's first query opens "
-    "its\n"
-    "connection. Ctrl-C ends the run with the summary so far, a second time at once.\n"
+    "nearest rank, answered queries per second, failures by code. A thread's first query opens\n"
+    "its connection. Ctrl-C ends the run with the summary so far, a second time at once.\n"
     "\nExamples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
-    "  veltra query summary sentences=2 \"text=$(cat report.txt)\" --filter 3 \\\n"
+    "  veltra query summary sentences=2 text=@report.txt --filter 3 \\\n"
     "      --domain https://gateway.example --phrase-file phrases.txt --json\n"
+    "  git log -5 | veltra query summary sentences=3 text=@- --credentials keys.json\n"
     "  veltra query greeting name=Ada --repeat 1000 --threads 8 --credentials keys.json\n";
 
 constexpr const char* kOutcome =
@@ -67,37 +70,43 @@ struct QueryOptions {
     }
 };
 
-std::map<std::string, std::string> readElements(const std::vector<std::string>& assignments) {
+std::map<std::string, std::string> escapedElements(const Values& values) {
     std::map<std::string, std::string> elements;
-    for (const auto& assignment : assignments) {
-        const auto equals = assignment.find('=');
-        if (equals == 0 || equals == assignment.npos)
-            throw UsageError("expected NAME=VALUE: " + assignment);
-        const std::string name = jsonEscaped(assignment.substr(0, equals), "a name");
-        const std::string value =
-            jsonEscaped(assignment.substr(equals + 1), "the value of " + name);
-        if (!elements.emplace(name, value).second) throw UsageError("given twice: " + name);
-    }
+    for (const auto& [name, value] : values)
+        elements.emplace(jsonEscaped(name, "a name"), jsonEscaped(value, "the value of " + name));
     return elements;
 }
 
-std::shared_ptr<Veltra::CHumanMessage> makeMessage(const QueryOptions& options) {
+std::shared_ptr<Veltra::CHumanMessage> makeMessage(const QueryOptions& options,
+                                                   const Values& values) {
     std::vector<std::string> sensitive;
     for (const auto& text : options.sensitive)
         sensitive.push_back(jsonEscaped(text, "a text for --sensitive"));
     auto message = std::make_shared<Veltra::CHumanMessage>();
-    message->SetElements(jsonEscaped(options.promptKey, "the prompt key"),
-                         readElements(options.assignments));
+    message->SetElements(jsonEscaped(options.promptKey, "the prompt key"), escapedElements(values));
     message->SetFilterType(static_cast<Veltra::FilterType>(options.filter));
     message->SetSensitiveContent(sensitive);
     message->SetSessionID(jsonEscaped(options.traceId, "the trace id"));
     return message;
 }
 
-void setPhrases(const QueryOptions& options) {
+bool isControl(char byte) {
+    return static_cast<unsigned char>(byte) < 0x20;
+}
+
+/// Only a space parts words, and files have many lines.
+void warnOfControls(const Values& values) {
+    for (const auto& [name, value] : values)
+        if (std::any_of(value.begin(), value.end(), isControl))
+            complain("warning: the value of " + name +
+                     " has line breaks or tabs; phrases beside them are not found");
+}
+
+void setPhrases(const QueryOptions& options, const Values& values) {
     if (options.phraseFile.empty()) return;
-    const auto list = loadPhraseFile(options.phraseFile);
+    const auto list = loadPhraseFile(options.phraseFile, options.phraseLimit);
     Veltra::Veltra_SetsitiveWords(list.keys, options.phraseLimit.value_or(list.mostWords));
+    warnOfControls(values);
 }
 
 int runOnce(const QueryOptions& options, const std::shared_ptr<Veltra::CHumanMessage>& message) {
@@ -115,8 +124,8 @@ int runOnce(const QueryOptions& options, const std::shared_ptr<Veltra::CHumanMes
 }
 
 /// Each query gets a trace id of its own.
-PrepareQuery repeatedQuery(const QueryOptions& options) {
-    const auto message = makeMessage(options);
+PrepareQuery repeatedQuery(const QueryOptions& options, const Values& values) {
+    const auto message = makeMessage(options, values);
     const std::string stem = jsonEscaped(options.traceId, "the trace id") + '-';
     return [message, stem, session = QuerySession()](std::uint64_t number) {
         message->SetSessionID(stem + std::to_string(number));
@@ -124,22 +133,23 @@ PrepareQuery repeatedQuery(const QueryOptions& options) {
     };
 }
 
-int runOften(const QueryOptions& options) {
+int runOften(const QueryOptions& options, const Values& values) {
     const RepeatPlan plan{*options.repeat, std::min(*options.repeat, options.threads)};
     if (!options.common.json) note("trace ids: " + options.traceId + "-1 and so on");
-    const auto result = runRepeatedly(plan, [&] { return repeatedQuery(options); });
+    const auto result = runRepeatedly(plan, [&] { return repeatedQuery(options, values); });
     return reportRepeat(options.common.json, options.traceId, plan, result);
 }
 
 int logInAndRun(const QueryOptions& options) {
     // Whatever is wrong with the arguments comes to light before the first exchange.
     const auto credentials = loadCredentials(options.common.credentialsFile);
-    const auto message = makeMessage(options);
+    const auto values = readValues(options.assignments);
+    const auto message = makeMessage(options, values);
     Oak::Net::SetHttpClientOptions(options.common.http);
     const Records records(options.recordLevel(), credentials);
-    setPhrases(options);
+    setPhrases(options, values);
     const Login login(options.common.domain, credentials);
-    return options.repeat ? runOften(options) : runOnce(options, message);
+    return options.repeat ? runOften(options, values) : runOnce(options, message);
 }
 
 int query(QueryOptions& options) {

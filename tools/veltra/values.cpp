@@ -1,0 +1,77 @@
+#include "values.h"
+
+#include "files.h"
+#include "output.h"
+#include "process.h"
+
+#include <cstdio>
+#include <fstream>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+std::string textOfStandardInput(const std::string& name) {
+    if (inputComesFromTerminal())
+        note("type the value of " + name + ", and end it with Ctrl-D, on Windows with Ctrl-Z");
+    std::string text = readToEnd(standardInput(), "standard input");
+    // The stream takes an error for the end.
+    if (std::ferror(stdin) != 0) throw UsageError("cannot read standard input");
+    return text;
+}
+
+std::string textOfFile(const std::string& name, const std::string& file) {
+    std::ifstream stream(pathOf(file), std::ios::binary);
+    if (!stream)
+        throw UsageError("the value of " + name + ": cannot read \"" + file +
+                         "\"; a value that begins with @ is written @@");
+    return readToEnd(stream, file);
+}
+
+/// The text without what editors add to it: a mark of the encoding and the last end of line, which
+/// would keep a phrase before it from being found.
+std::string withoutFrame(std::string text) {
+    text.erase(0, byteOrderMarkOf(text).size());
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    return text;
+}
+
+/// Reads values, and standard input for one of them at most.
+class ValueReader {
+ public:
+    std::string read(const std::string& name, const std::string& given) {
+        if (given.empty() || given.front() != '@') return given;
+        std::string source = given.substr(1);
+        if (!source.empty() && source.front() == '@') return source;
+        if (source == "-" && std::exchange(inputIsTaken_, true))
+            throw UsageError("the value of " + name + ": @- can be given once");
+        std::string text =
+            withoutFrame(source == "-" ? textOfStandardInput(name) : textOfFile(name, source));
+        if (text.find('\0') != text.npos)
+            throw UsageError("the value of " + name + " holds a zero byte: is it UTF-8?");
+        return text;
+    }
+
+ private:
+    bool inputIsTaken_ = false;
+};
+
+}  // namespace
+
+Values readValues(const std::vector<std::string>& assignments) {
+    Values values;
+    ValueReader reader;
+    for (const auto& assignment : assignments) {
+        const auto equals = assignment.find('=');
+        if (equals == 0 || equals == assignment.npos)
+            throw UsageError("expected NAME=VALUE: " + assignment);
+        const std::string name = assignment.substr(0, equals);
+        if (values.count(name) != 0) throw UsageError("given twice: " + name);
+        values.emplace(name, reader.read(name, assignment.substr(equals + 1)));
+    }
+    return values;
+}
+
+}  // namespace tool
