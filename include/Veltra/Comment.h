@@ -120,7 +120,7 @@ class VELTRA_API LLMComment {
 /// and one for each picture, each attempt bounded by the limits of `Oak::Net::HttpClientOptions`,
 /// which also say what upload URLs are accepted. Needs memory for a copy of the record and for one
 /// decoded picture. Both request bodies to the gateway are also written to standard output, a line
-/// each.
+/// each, unless `Veltra_SetBodyEcho` forbids it.
 ///
 /// @param comment     the feedback; the library holds on to it until the call returns
 /// @param feedbackId  receives the gateway's id for `Veltra_CancleComments`, empty when the gateway

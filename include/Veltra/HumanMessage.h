@@ -70,7 +70,7 @@ class VELTRA_API CHumanMessage {
     /// Sets the identifier under which the gateway files the query ("traceId"), the one that
     /// feedback names later.
     /// @param sessionId  the identifier, best one for each query. Empty: each query gets a new one,
-    ///                   which is logged (level 4) and not handed back
+    ///                   which is logged (level 4) and stands in `CCallReport::TraceId`
     void SetSessionID(const std::string& sessionId);
 
     /// For the library's own use: the record's type is private.
