@@ -38,9 +38,9 @@ constexpr const char* kSubmitEnd =
     "  veltra feedback submit --trace-id 4f1c --country FR --picture before.jpg after.jpg --json\n";
 
 constexpr const char* kSubmitOutcome =
-    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\"}, or "
-    "{\"ok\":false,\"code\":0,\"message\":\"..\"};\n"
-    "  the id is empty when the gateway gave none.\n"
+    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\",REPORT}, or\n"
+    "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; the id is empty when the gateway gave\n"
+    "  none; REPORT is \"outcome\":\"..\",\"detail\":\"..\",\"attempts\":N,\"httpStatus\":N\n"
     "\nExit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
 
 constexpr const char* kCancelEnd =
@@ -48,7 +48,9 @@ constexpr const char* kCancelEnd =
     "  veltra feedback cancel 1f0a --credentials keys.json\n";
 
 constexpr const char* kCancelOutcome =
-    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "\nJSON: {\"ok\":true,\"feedbackId\":\"..\",REPORT}, or\n"
+    "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; REPORT is \"outcome\":\"..\",\n"
+    "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N\n"
     "\nExit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
 
 struct SubmitOptions {
@@ -94,7 +96,7 @@ std::string logInAndSubmit(const SubmitOptions& options) {
     const Login login(options.common.domain, credentials);
     if (const auto id = submitFeedback(comment, targetOfBodies(options.common.logLevel)))
         return *id;
-    throw Failure("the feedback was not taken; a record on standard error says why");
+    throw Failure("the feedback was not taken", Veltra::Veltra_LastCall());
 }
 
 std::string logInAndCancel(const CancelOptions& options) {
@@ -103,11 +105,8 @@ std::string logInAndCancel(const CancelOptions& options) {
     Oak::Net::SetHttpClientOptions(options.common.http);
     const Records records(options.common.logLevel, credentials);
     const Login login(options.common.domain, credentials);
-    // The library says nothing of a refusal, so that this message has to do without its reason.
     if (!Veltra::Veltra_CancleComments(id))
-        throw Failure(
-            "not withdrawn: the gateway was not reached, or it refused, as it does with ids that "
-            "are unknown or withdrawn already");
+        throw Failure("not withdrawn", Veltra::Veltra_LastCall());
     return options.feedbackId;
 }
 
@@ -115,8 +114,12 @@ std::string logInAndCancel(const CancelOptions& options) {
 int report(const CommonOptions& options, const std::function<std::string()>& act) {
     try {
         const std::string id = act();
+        const auto callReport = Veltra::Veltra_LastCall();
         if (options.json)
-            printJson(true, [&](JsonWriter& writer) { writer.member("feedbackId", id); });
+            printJson(true, [&](JsonWriter& writer) {
+                writer.member("feedbackId", id);
+                writer.report(callReport);
+            });
         else
             printAnswer(id);
         return kSuccess;

@@ -37,7 +37,7 @@ constexpr const char* kEnd =
     "  2    wrong usage: options, missing or malformed keys, a file that can't be read\n"
     "  126  gateway: veltra-gateway can't be run\n"
     "  127  gateway: veltra-gateway is not there\n"
-    "  130  query --repeat was interrupted; other subcommands end by the signal itself\n"
+    "  130  query was interrupted; other subcommands end by the signal itself\n"
     "gateway has the exit status of veltra-gateway, once that runs.";
 
 /// The library may be another than the one that came with the program.

@@ -1,5 +1,6 @@
 #include "output.h"
 
+#include "call_outcome.h"
 #include "process.h"
 
 #include <Veltra/JsonText.h>
@@ -172,6 +173,14 @@ void JsonWriter::text(std::string_view value) {
 void JsonWriter::failure(const Failure& failure) {
     member("code", failure.code);
     member("message", failure.what());
+    if (failure.report) report(*failure.report);
+}
+
+void JsonWriter::report(const Veltra::CCallReport& report) {
+    member("outcome", nameOf(report.Outcome()));
+    member("detail", reasonOf(report));
+    member("attempts", report.Attempts());
+    member("httpStatus", report.HttpStatus());
 }
 
 void JsonWriter::member(std::string_view memberName, std::string_view value) {
@@ -216,11 +225,13 @@ void printJson(bool ok, const std::function<void(JsonWriter&)>& writeMembers) {
 void reportFailure(bool json, const Failure& failure) {
     if (json) {
         printJson(false, [&](JsonWriter& writer) { writer.failure(failure); });
-    } else if (failure.code != 0) {
-        complain("refused: code " + std::to_string(failure.code) + ": " + failure.what());
-    } else {
-        complain(std::string("failed: ") + failure.what());
+        return;
     }
+    std::string line = failure.code != 0 ? "refused: code " + std::to_string(failure.code) + ": "
+                                         : std::string("failed: ");
+    line += failure.what();
+    if (failure.report) line += ": " + reasonOf(*failure.report);
+    complain(line);
 }
 
 bool finishOutput() {

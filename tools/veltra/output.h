@@ -2,8 +2,11 @@
 
 #include "json_library.h"
 
+#include <Veltra/Call.h>
+
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -30,7 +33,12 @@ struct UsageError : std::runtime_error {
 struct Failure : std::runtime_error {
     explicit Failure(const std::string& message, std::int32_t sessionCode = 0)
         : std::runtime_error(message), code(sessionCode) {}
+    /// Of a call that failed, with what the library reports of it.
+    Failure(const std::string& message, const Veltra::CCallReport& callReport,
+            std::int32_t sessionCode = 0)
+        : std::runtime_error(message), code(sessionCode), report(callReport) {}
     std::int32_t code;
+    std::optional<Veltra::CCallReport> report;
 };
 
 /// Throws UsageError when a text isn't UTF-8, with the name of the text and not the text, which may
@@ -76,7 +84,8 @@ class JsonWriter {
     void endArray() { writer_.EndArray(); }
     void name(std::string_view name) { text(name); }
     void text(std::string_view value);
-    void failure(const Failure& failure);  ///< its code and its message
+    void failure(const Failure& failure);  ///< its code, its message, and what is reported
+    void report(const Veltra::CCallReport& report);
     /// An array that another writer wrote.
     void json(std::string_view array) {
         writer_.RawValue(array.data(), array.size(), rapidjson::kArrayType);

@@ -12,11 +12,13 @@ namespace tool {
 namespace {
 
 constexpr const char* kEnd =
-    "Needs no keys. The reason of a failure is in the records on standard error.\n"
+    "Needs no keys.\n"
     "\nExamples:\n"
     "  veltra probe https://gateway.example\n"
     "  veltra probe https://gateway.example --proxy direct --timeout-ms 3000 --json\n"
-    "\nJSON: {\"ok\":true,\"domain\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
+    "\nJSON: {\"ok\":true,\"domain\":\"..\",REPORT}, or\n"
+    "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; REPORT is \"outcome\":\"..\",\n"
+    "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N\n"
     "\nExit status: 0 the gateway answers, 1 it doesn't, 2 wrong usage.";
 
 int probe(const CommonOptions& options) {
@@ -25,13 +27,17 @@ int probe(const CommonOptions& options) {
     Oak::Net::SetHttpClientOptions(options.http);
     const Records records(options.logLevel, {});
     const bool answers = Veltra::Veltra_Enable() && Veltra::Veltra_IsDomainValid(domain);
+    const auto report = Veltra::Veltra_LastCall();
     Veltra::Veltra_Disable();
     if (!answers) {
-        reportFailure(options.json, Failure(domain + " does not answer as a gateway does"));
+        reportFailure(options.json, Failure(domain + " does not answer as a gateway does", report));
         return kFailure;
     }
     if (options.json)
-        printJson(true, [&](JsonWriter& writer) { writer.member("domain", domain); });
+        printJson(true, [&](JsonWriter& writer) {
+            writer.member("domain", domain);
+            writer.report(report);
+        });
     else
         printLine(domain + " answers");
     return kSuccess;

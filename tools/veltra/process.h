@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <istream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -57,16 +59,22 @@ class OutputElsewhere {
     int output_;  ///< where standard output goes otherwise
 };
 
-/// Takes Ctrl-C (SIGINT) while it lives: the first asks for an early end, the second ends the
-/// program. Where it was ignored, as it is in a background job, it stays so. One at a time.
+/// Takes Ctrl-C (SIGINT) while it lives: the first asks for an early end, a later one ends the
+/// program. One within 200 ms counts as the same: "timeout" signals its child and then the whole
+/// group. Where it was ignored, as it is in a background job, it stays so. One at a time.
 class Interruption {
  public:
-    Interruption();
+    /// `act`, if there is one, is called once, on a thread of its own, at the first.
+    explicit Interruption(std::function<void()> act = {});
     ~Interruption();
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
     bool requested() const;
+
+ private:
+    class Watcher;
+    std::unique_ptr<Watcher> watcher_;
 };
 
 /// Puts another program, looked for beside this one and then in PATH, into the place of this one:

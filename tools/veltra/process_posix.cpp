@@ -5,13 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 namespace tool {
 
@@ -32,10 +37,35 @@ int openTarget(OutputElsewhere::Target target) {
 }
 
 std::atomic<bool> interruptionRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+std::atomic<std::int64_t> interruptedAt{0};  // in milliseconds
+std::atomic<int> watchersEnd{-1};            // of the pipe that the watcher reads
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free &&
+                  std::atomic<std::int64_t>::is_always_lock_free,
+              "a signal handler uses them");
 
-extern "C" void requestInterruption(int /*signal*/) {
-    interruptionRequested = true;
+/// Usable in a signal handler.
+std::int64_t monotonicMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * std::int64_t{1000} + now.tv_nsec / 1'000'000;
+}
+
+void tellWatcher(char what) {
+    if (watchersEnd >= 0) static_cast<void>(!write(watchersEnd, &what, 1));
+}
+
+extern "C" void requestInterruption(int signal) {
+    constexpr std::int64_t kSameMs = 200;
+    const int errorBefore = errno;
+    const std::int64_t now = monotonicMs();
+    if (!interruptionRequested.exchange(true)) {
+        interruptedAt = now;
+        tellWatcher('i');
+    } else if (now - interruptedAt >= kSameMs) {
+        static_cast<void>(std::signal(signal, SIG_DFL));
+        static_cast<void>(raise(signal));  // as soon as this returns
+    }
+    errno = errorBefore;
 }
 
 /// Where this program lies, links resolved; empty when the system doesn't say.
@@ -102,14 +132,41 @@ OutputElsewhere::~OutputElsewhere() {
     close(output_);
 }
 
-Interruption::Interruption() {
+/// What a signal handler may not do is done on this thread, which a pipe wakes.
+class Interruption::Watcher {
+ public:
+    explicit Watcher(std::function<void()> act) {
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) throw Failure("no pipe for the interruption");
+        watchersEnd = ends[1];
+        thread_ = std::thread([act = std::move(act), end = ends[0]] {
+            char what = 0;
+            while (read(end, &what, 1) == -1 && errno == EINTR) {
+            }
+            if (what == 'i') act();
+            close(end);
+        });
+    }
+    ~Watcher() {
+        tellWatcher('e');
+        thread_.join();
+        close(watchersEnd.exchange(-1));
+    }
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
+
+ private:
+    std::thread thread_;
+};
+
+Interruption::Interruption(std::function<void()> act) {
     interruptionRequested = false;
     struct sigaction before {};
     if (sigaction(SIGINT, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+    if (act) watcher_ = std::make_unique<Watcher>(std::move(act));
     struct sigaction action {};
     action.sa_handler = &requestInterruption;
-    // The handler is for once; calls that the signal meets go on.
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    action.sa_flags = SA_RESTART;  // calls that the signal meets go on
     static_cast<void>(sigaction(SIGINT, &action, nullptr));
 }
 

@@ -106,8 +106,13 @@ int openTarget(OutputElsewhere::Target target) {
 std::atomic<bool> interruptionRequested{false};
 
 /// On a thread of its own. What it doesn't take ends the program.
+std::function<void()> interruptionAct;  // set while no handler is there
+
+/// Called on a thread of the system's own.
 BOOL WINAPI requestInterruption(DWORD event) {
-    return event == CTRL_C_EVENT && !interruptionRequested.exchange(true) ? TRUE : FALSE;
+    if (event != CTRL_C_EVENT || interruptionRequested.exchange(true)) return FALSE;
+    if (interruptionAct) interruptionAct();
+    return TRUE;
 }
 
 }  // namespace
@@ -176,8 +181,11 @@ OutputElsewhere::~OutputElsewhere() {
 }
 
 // A program that was started with Ctrl-C ignored is never told of it.
-Interruption::Interruption() {
+class Interruption::Watcher {};  // nothing is needed beside the handler
+
+Interruption::Interruption(std::function<void()> act) {
     interruptionRequested = false;
+    interruptionAct = std::move(act);
     SetConsoleCtrlHandler(&requestInterruption, TRUE);
 }
 

@@ -5,6 +5,7 @@
 #include "login.h"
 #include "output.h"
 #include "phrases.h"
+#include "process.h"
 #include "records.h"
 #include "repeat.h"
 #include "repeat_report.h"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -33,8 +35,12 @@ constexpr const char* kEnd =
     "NAME=@FILE takes the value from a file, NAME=@- from standard input, up to 32 MiB each,\n"
     "without the end of line at the very end. NAME=@@TEXT is the value @TEXT.\n"
     "With --repeat no answer is printed but a summary: latencies of the answered queries by\n"
-    "nearest rank, answered queries per second, failures by code. A thread's first query opens\n"
-    "its connection. Ctrl-C ends the run with the summary so far, a second time at once.\n"
+    "nearest rank, answered queries per second, failures by code. A thread's first query opens
+"
+    "its connection. Ctrl-C cancels the query; with --repeat it ends the run with the summary so
+"
+    "far. A second time it ends the program at once.
+"
     "\nExamples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
     "  veltra query summary sentences=2 text=@report.txt --filter 3 \\\n"
@@ -43,13 +49,15 @@ constexpr const char* kEnd =
     "  veltra query greeting name=Ada --repeat 1000 --threads 8 --credentials keys.json\n";
 
 constexpr const char* kOutcome =
-    "\nJSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\"}, or\n"
-    "  {\"ok\":false,\"code\":N,\"message\":\"..\"}; N is the query's code: 1 no valid token,\n"
+    "\nJSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\",REPORT}, or\n"
+    "  {\"ok\":false,\"code\":N,\"message\":\"..\",REPORT}; REPORT is \"outcome\":\"..\",\n"
+    "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N. N is the query's code: 1 no valid "
+    "token,\n"
     "  2 gateway not reached, 3 service not usable, 4 sensitive words, 6 refused by the gateway;\n"
     "  0 when domain or login failed before the query. With --repeat the summary's members, as\n"
     "  docs/command-line.md and veltra(1) list them.\n"
     "\nExit status: 0 answered, with --repeat all of them, 1 refused or failed, 2 wrong usage,\n"
-    "  130 --repeat was interrupted.";
+    "  130 interrupted.";
 
 struct QueryOptions {
     CommonOptions common;
@@ -60,6 +68,7 @@ struct QueryOptions {
     std::string traceId;
     std::string phraseFile;
     std::optional<std::uint32_t> phraseLimit;
+    std::uint32_t timeLimitMs = 0;
     std::optional<std::uint32_t> repeat;
     std::uint32_t threads = 1;
     CLI::Option* logLevel = nullptr;
@@ -111,10 +120,12 @@ void setPhrases(const QueryOptions& options, const Values& values) {
 
 int runOnce(const QueryOptions& options, const std::shared_ptr<Veltra::CHumanMessage>& message) {
     const std::string answer = QuerySession().run(message);
+    const auto report = Veltra::Veltra_LastCall();
     if (options.common.json) {
         printJson(true, [&](JsonWriter& writer) {
             writer.member("traceId", options.traceId);
             writer.member("answer", answer);
+            writer.report(report);
         });
     } else {
         note("trace id: " + options.traceId);
@@ -127,9 +138,14 @@ int runOnce(const QueryOptions& options, const std::shared_ptr<Veltra::CHumanMes
 PrepareQuery repeatedQuery(const QueryOptions& options, const Values& values) {
     const auto message = makeMessage(options, values);
     const std::string stem = jsonEscaped(options.traceId, "the trace id") + '-';
-    return [message, stem, session = QuerySession()](std::uint64_t number) {
+    Veltra::CCallControl control;
+    control.SetTimeLimit(options.timeLimitMs);
+    return [message, stem, control, session = QuerySession()](std::uint64_t number) {
         message->SetSessionID(stem + std::to_string(number));
-        return [&session, &message] { session.run(message); };
+        return [&session, &message, &control] {
+            const Veltra::CCallScope scope(control);
+            session.run(message);
+        };
     };
 }
 
@@ -148,8 +164,23 @@ int logInAndRun(const QueryOptions& options) {
     Oak::Net::SetHttpClientOptions(options.common.http);
     const Records records(options.recordLevel(), credentials);
     setPhrases(options, values);
-    const Login login(options.common.domain, credentials);
-    return options.repeat ? runOften(options, values) : runOnce(options, message);
+    if (options.repeat) {
+        const Login login(options.common.domain, credentials);
+        return runOften(options, values);
+    }
+    // Ctrl-C cancels the call under way, the login's as well. A repetition takes it by itself.
+    Veltra::CCallControl control;
+    control.SetTimeLimit(options.timeLimitMs);
+    const Veltra::CCallScope scope(control);
+    const Interruption interruption([control]() mutable { control.Cancel(); });
+    try {
+        const Login login(options.common.domain, credentials);
+        return runOnce(options, message);
+    } catch (const Failure& failure) {
+        if (!interruption.requested()) throw;
+        reportFailure(options.common.json, failure);
+        return kInterrupted;
+    }
 }
 
 int query(QueryOptions& options) {
@@ -193,6 +224,12 @@ void declare(CLI::App& command, QueryOptions& options) {
                     "Most words of a phrase that is looked up (default: the longest phrase's)")
         ->option_text("N")
         ->needs(phraseFile);
+    command
+        .add_option("--time-limit-ms", options.timeLimitMs,
+                    "Longest time of the login and of each query in milliseconds, attempts and "
+                    "waits included (default: none)")
+        ->option_text("N")
+        ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
     auto* repeat = command
                        .add_option("--repeat", options.repeat,
                                    "Run the query N times, over all threads together, and print "

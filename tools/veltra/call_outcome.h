@@ -1,0 +1,17 @@
+#pragma once
+
+#include <Veltra/Call.h>
+
+#include <string>
+
+/// What the program tells of the library's report on a call.
+
+namespace tool {
+
+/// As the library's documentation names it.
+const char* nameOf(Veltra::CallOutcome outcome);
+
+/// Why the call failed, in one line: the library's words, and the gateway's.
+std::string reasonOf(const Veltra::CCallReport& report);
+
+}  // namespace tool
