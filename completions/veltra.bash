@@ -27,7 +27,7 @@ _veltra() {
     --filter) offers='1 2 3 4' ;;
     --first-day) offers='0 1 2 3 4 5 6' ;;
     --proxy) offers='direct' ;;
-    --domain | --gateway | --control | --timeout-ms | --sensitive | --trace-id | --phrase-limit | \
+    --domain | --gateway | --control | --timeout-ms | --time-limit-ms | --sensitive | --trace-id | --phrase-limit | \
       --repeat | --threads | \
       --satisfaction | --type | --comment | --country | --now) return ;;
     *)
@@ -35,7 +35,7 @@ _veltra() {
       case $command in
         '') offers='query feedback probe phrase-key time demo gateway --help --version' ;;
         query) offers="--filter --sensitive --trace-id --phrase-file --phrase-limit
-          --repeat --threads $login" ;;
+          --time-limit-ms --repeat --threads $login" ;;
         feedback)
           case ${COMP_WORDS[2]:-} in
             submit) offers="--trace-id --satisfaction --type --comment --country --picture $login" ;;

@@ -47,13 +47,14 @@ run() {  # EXIT-STATUS EXPECTED-LINE EXAMPLE ARGUMENT...: the line is an extende
 
 run 0 '^Hello Ada, welcome to the library\.$' quickstart "$url"
 run 0 '^80 of 80 queries answered$' many_threads "$url"
+run 0 '^Bob: cancelled$' cancel_button "$url"
 run 0 '^\[warning\] \[thread [0-9]+\] Veltra: .*sessionID isempty' own_logger "$url"
 run 0 '^withdrawn$' feedback "$url" 'I said "no"'
 run 0 '^submitted with 2 pictures$' feedback "$url" 'as shown' "$folder/one.jpg" "$folder/two.jpg"
 run 0 '^loaded and unloaded twice$' plugin_host "$url"
 
 run 2 '^usage: ' feedback "$url" 'as shown' "$folder/text"
-for name in quickstart many_threads feedback plugin_host own_logger; do run 2 '^usage: ' "$name"; done
+for name in quickstart many_threads cancel_button feedback plugin_host own_logger; do run 2 '^usage: ' "$name"; done
 secret=wrong
 run 1 'get token failed,not get token' quickstart "$url"
 run 1 '^\[error\] .*Veltra: a login was refused \(answer left out\)$' own_logger "$url"

@@ -14,9 +14,10 @@ const char* nameOf(Veltra::CallOutcome outcome) {
     return number < kNames.size() ? kNames[number] : "Failed";
 }
 
-std::string reasonOf(const Veltra::CCallReport& report) {
+std::string reasonOf(const Veltra::CCallReport& report, const std::string& said) {
     const std::string message = report.GatewayMessage();
-    return report.Detail() + (message.empty() ? "" : "; the gateway says: " + message);
+    const bool isNews = !message.empty() && said.find(message) == said.npos;
+    return report.Detail() + (isNews ? "; the gateway says: " + message : "");
 }
 
 }  // namespace tool

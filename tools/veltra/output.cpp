@@ -230,7 +230,7 @@ void reportFailure(bool json, const Failure& failure) {
     std::string line = failure.code != 0 ? "refused: code " + std::to_string(failure.code) + ": "
                                          : std::string("failed: ");
     line += failure.what();
-    if (failure.report) line += ": " + reasonOf(*failure.report);
+    if (failure.report) line += ": " + reasonOf(*failure.report, failure.what());
     complain(line);
 }
 

@@ -35,12 +35,9 @@ constexpr const char* kEnd =
     "NAME=@FILE takes the value from a file, NAME=@- from standard input, up to 32 MiB each,\n"
     "without the end of line at the very end. NAME=@@TEXT is the value @TEXT.\n"
     "With --repeat no answer is printed but a summary: latencies of the answered queries by\n"
-    "nearest rank, answered queries per second, failures by code. A thread's first query opens
-"
-    "its connection. Ctrl-C cancels the query; with --repeat it ends the run with the summary so
-"
-    "far. A second time it ends the program at once.
-"
+    "nearest rank, answered queries per second, failures by code. A thread's first query opens\n"
+    "its connection. Ctrl-C cancels the query; with --repeat it ends the run with the summary so\n"
+    "far. A second time it ends the program at once.\n"
     "\nExamples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
     "  veltra query summary sentences=2 text=@report.txt --filter 3 \\\n"
