@@ -95,6 +95,7 @@ const Row rows[] = {
     {friday, "+0w", Start::day, 6, "2024-03-09 00:00:00", ""},
     {friday, "+0w7d", Start::end, 1, "2024-03-17 23:59:59", ""},
     {friday, "~0w", Start::end, 0, "2024-03-16 23:59:59", ""},
+    {friday, "~0w7d", Start::end, 0, "2024-03-07 23:59:59", ""},
     {"2024-03-16 10:20:30", "~0w", Start::end, 3, "2024-03-16 23:59:59", ""},
     // Months and years, and the days that they leave astray.
     {friday, "~0m", Start::end, 0, "2024-03-31 23:59:59", ""},

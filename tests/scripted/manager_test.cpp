@@ -1,10 +1,8 @@
 // Domains, the token request, key rotation, the login: what is sent, in which order, and what is
 // logged and kept.
 
+#include "HostCall.h"
 #include "scripted/login.h"
-
-#include <atomic>
-#include <thread>
 
 namespace {
 
@@ -48,7 +46,7 @@ TEST_F(ManagerTest, FreshProcess) {
     EXPECT_FALSE(Veltra::Veltra_IsEnable());
     EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
     EXPECT_FALSE(Veltra::Veltra_IsDomainValid("https://a"));
-    EXPECT_FALSE(LogIn(License({"k"})));
+    EXPECT_FALSE(LogIn());
     EXPECT_EQ(Records(), (Lines{"5 Veltra_IsLLMServiceValid|veltra is not enable",
                                 "5 Veltra_IsDomainValid|veltra is not enable",
                                 "3 Veltra_Authentication|authening..",
@@ -65,23 +63,12 @@ TEST_F(ManagerTest, FreshProcess) {
     EXPECT_TRUE(Veltra::Veltra_Disable());
     EXPECT_EQ(Records(), (Lines{"3 CAIManager::Enable|veltra enable.",
                                 "3 CAIManager::Disable|veltra disable."}));
-}
 
-TEST_F(ManagerTest, FirstCallsAtOnceMeetOneInstance) {
-    std::atomic<std::size_t> missing{8};
-    std::vector<Veltra::CAIManager*> found(8);
-    std::vector<std::jthread> threads;
-    for (auto& each : found) {
-        threads.emplace_back([&missing, &each] {
-            --missing;
-            while (missing != 0)
-                std::this_thread::yield();
-            each = Veltra::CAIManager::GetInstance();
-        });
-    }
-    threads.clear();
-    for (const auto* each : found)
-        EXPECT_EQ(each, found[0]);
+    Veltra::Veltra_Enable();
+    ForgetRecords();
+    EXPECT_FALSE(LogIn(License({}))) << "asks without a pair, all the same";
+    EXPECT_EQ(Requests(), Tried({""}));
+    EXPECT_EQ(Records()[1], "5 Veltra_Authentication|authen keys is empty!");
 }
 
 TEST_F(ManagerTest, ProbeRequestAndOutcomes) {
@@ -181,7 +168,14 @@ TEST_F(ManagerTest, LoginLogsAndStores) {
     AcceptOnly("k");
     Veltra::Veltra_Enable();
     ForgetRecords();
-    EXPECT_TRUE(LogIn(License({"k"}, "5.1.0")));
+    const auto info = License({"k"}, "5.1.0");
+    ReactToRecords([&info](const std::string& record) {  // the login goes on with what it was given
+        if (record.find("product version") == record.npos) return;
+        info->SetLicenseKey("text", {{"other", kSecret}});
+        info->SetProductVersion("9");
+    });
+    EXPECT_TRUE(LogIn(info));
+    ReactToRecords(nullptr);
     const Lines all = Records();
     const Lines records(all.begin(), all.begin() + 8);  // then come those of the monitor's check
     EXPECT_EQ(records,
@@ -230,13 +224,6 @@ TEST_F(ManagerTest, LoginGuards) {
     EXPECT_EQ(Requests(), Lines{});
 }
 
-TEST_F(ManagerTest, LoginWithoutPairsOnAFreshProcess) {
-    Veltra::Veltra_Enable();
-    EXPECT_FALSE(LogIn(License({})));
-    EXPECT_EQ(Requests(), Tried({""}));
-    EXPECT_EQ(Records()[2], "5 Veltra_Authentication|authen keys is empty!");
-}
-
 TEST_F(ManagerTest, PairsAreTriedForwardOnly) {
     Veltra::Veltra_Enable();
     AcceptOnly("P2", kTest);
@@ -275,9 +262,11 @@ TEST_F(ManagerTest, PairsAreTriedForwardOnly) {
 }
 
 TEST_F(ManagerTest, RenewalWithoutPairs) {
+    Manager().SetLLMServiceValid(true);
     EXPECT_FALSE(Manager().renewAuthenticationToken({}, false));
     EXPECT_EQ(Records(),
               Lines{"5 CAIManager::renewAuthenticationToken|get token failed,no ak/sk can use"});
+    EXPECT_FALSE(Manager().IsLLMServiceValid());
     EXPECT_EQ(Requests(), Lines{});
 }
 
@@ -295,6 +284,14 @@ TEST_F(ManagerTest, HandlesShareTheirRecord) {
     EXPECT_EQ(first.GetPtrManager(), nullptr);
     first = taken;
     EXPECT_EQ(first.GetPtrManager(), second.GetPtrManager());
+}
+
+TEST(HostCallTest, NoneIsAdmittedAfterTheClose) {
+    ASSERT_TRUE(Veltra::Veltra_Enable());
+    Veltra::HostCall::Close();
+    EXPECT_FALSE(Veltra::HostCall());
+    EXPECT_FALSE(Veltra::HostCall::AnyUnderWay());
+    EXPECT_FALSE(Veltra::Veltra_IsEnable());
 }
 
 }  // namespace

@@ -67,9 +67,16 @@ class MonitorTest : public testing::Test {
         Veltra::Veltra_Enable();
         AnswerTokens();
     }
+    /// Whatever a failed assertion has left behind ends here.
     ~MonitorTest() override {
+        ReactToRecords(nullptr);
         AnswerTokens();
+        ExpireAtOnce(kRetryPause);
+        for (Gate* each : {&gate, &second, &third})
+            each->Open();
         Veltra::Veltra_Unit();
+        threads.Join();
+        late.Join();
     }
 
     static std::size_t Count(const std::string& record) {
@@ -98,6 +105,17 @@ class MonitorTest : public testing::Test {
         ForgetRequests();
         ForgetRecords();
     }
+    /// Token requests, in which most exchanges here are met, stop at the gate.
+    void AnswerTokensAtTheGate(const Answer& token, const Answer& probe = Ok("x")) {
+        AnswerBy([this, token, probe](const Request& request) {
+            if (!IsTokenRequest(request)) return probe;
+            gate.Pass();
+            return token;
+        });
+    }
+
+    Gate gate, second, third;
+    Threads threads, late;
 };
 
 constexpr const char* kBegin = "3 CAIManager::start|monitorThread_ begin.";
@@ -182,8 +200,7 @@ TEST_F(MonitorTest, StopCutsThePause) {
     ExpireWaits(kCheckInterval);
     ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 1; }));
 
-    Threads threads;  // a query's check is in its pause as well
-    threads.Add([] { Manager().checkTokenValidity(); });
+    threads.Add([] { Manager().checkTokenValidity(); });  // a query's is in its pause as well
     ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 2; }));
     const std::size_t requests = TokenRequests();
     Veltra::Veltra_Unit();
@@ -198,22 +215,10 @@ TEST_F(MonitorTest, StopCutsThePause) {
     }
 }
 
-TEST_F(MonitorTest, FailedRenewalIsTriedThreeTimesMore) {
-    LogInWithoutMonitor(true);
-    ExpireAtOnce(kRetryPause);
-    Manager().checkTokenValidity();
-    EXPECT_EQ(TokenRequests(), 4U * 2U);  // production and test endpoint each time
-    EXPECT_EQ(Count(kUpdateFailed), 1U);
-    EXPECT_EQ(Count("5 CAIManager::renewAuthenticationToken|get token failed,not get token"), 4U);
-    EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
-    EXPECT_EQ(Manager().GetToken(), "bearer-1");
-}
-
 TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
     LogInWithoutMonitor(true);
 
     constexpr int kChecks = 8;
-    Gate gate;
     std::atomic<int> probes{0};
     AnswerBy([&](const Request& request) {
         if (IsTokenRequest(request)) {
@@ -223,7 +228,6 @@ TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
         ++probes;
         return Ok("x");
     });
-    Threads threads;
     threads.Add(kChecks, [] { Manager().checkTokenValidity(); });
     ASSERT_TRUE(Eventually([&] { return probes == kChecks && gate.Waiting() == 1; }));
     gate.Open();
@@ -242,9 +246,33 @@ TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
     EXPECT_EQ(Count(kUpdateFailed), static_cast<std::size_t>(kChecks));
 }
 
+TEST_F(MonitorTest, AFailedCheckTriesThreeTimesMoreAndSharesWhatOthersTried) {
+    LogInWithoutMonitor(true);
+    threads.Add([] { Manager().checkTokenValidity(); });
+    const auto expectPause = [](std::size_t number, std::size_t requests, const char* why) {
+        ASSERT_TRUE(Eventually([number] { return WaitsBegun(kRetryPause) == number; })) << why;
+        EXPECT_EQ(TokenRequests(), requests) << why;
+        EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid()) << why;
+        Manager().SetLLMServiceValid(true);  // as the probe of another check may find
+    };
+    expectPause(1, 2, "its own");
+    EXPECT_FALSE(LogIn(License({})));
+    Manager().SetLLMServiceValid(true);
+    ExpireWaits(kRetryPause);
+    expectPause(2, 4, "the login's");
+    ExpireWaits(kRetryPause);
+    expectPause(3, 6, "its own again");
+    ExpireWaits(kRetryPause);
+    threads.Join();
+    EXPECT_EQ(TokenRequests(), 8U) << "three times more, and no more";
+    EXPECT_EQ(Count(kUpdateFailed), 1U);
+    EXPECT_EQ(Count("5 CAIManager::renewAuthenticationToken|get token failed,not get token"), 4U);
+    EXPECT_FALSE(Veltra::Veltra_IsLLMServiceValid());
+    EXPECT_EQ(Manager().GetToken(), "bearer-1");
+}
+
 TEST_F(MonitorTest, SuccessEndsAllPauses) {
     LogInWithoutMonitor(true);
-    Threads threads;
     threads.Add(4, [] { Manager().checkTokenValidity(); });
     ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 4; }));
     AnswerTokens();
@@ -256,7 +284,6 @@ TEST_F(MonitorTest, SuccessEndsAllPauses) {
 
 TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
     LogInWithoutMonitor(false);
-    Gate gate;
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
     AnswerBy([&](const Request& request) {
@@ -266,7 +293,6 @@ TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
         --inside;
         return Ok(TokenBody("bearer-1"));
     });
-    Threads threads;
     threads.Add(3, [] { EXPECT_TRUE(LogIn()); });
     ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
     ASSERT_TRUE(Eventually(
@@ -279,9 +305,9 @@ TEST_F(MonitorTest, LoginWaitsItsTurnAndRuns) {
 
 TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
     constexpr int kQueries = 16;
-    Gate rejection;
-    Gate lateRejection;
-    Gate renewal;
+    Gate& rejection = gate;
+    Gate& lateRejection = second;
+    Gate& renewal = third;
     std::atomic<int> probes{0};
     AnswerBy([&](const Request& request) {
         if (IsTokenRequest(request)) {
@@ -293,11 +319,10 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
             return Ok("x");
         }
         // The gateway hands out the same text again, so the count of answers tells old from new.
-        const bool late = request.Data().find("late") != std::string::npos;
-        Gate& gate = late ? lateRejection : rejection;
+        const bool isLate = request.Data().find("late") != std::string::npos;
         static thread_local int sent = 0;
         if (sent++ > 0) return Ok(ResultBody("y"));
-        gate.Pass();
+        (isLate ? lateRejection : rejection).Pass();
         return Ok(RefusalBody("1", "LAP500004"));
     });
     LogInWithoutMonitor(false);
@@ -312,9 +337,7 @@ TEST_F(MonitorTest, ManyRejectedQueriesCostOneRenewal) {
             Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
         if (session->ExecuteQuery(message, result) && result->GetContent() == "y") ++answered;
     };
-    Threads late;
     late.Add([&] { query("late"); });
-    Threads threads;
     threads.Add(kQueries, [&] { query("id"); });
     ASSERT_TRUE(Eventually(
         [&] { return rejection.Waiting() == kQueries && lateRejection.Waiting() == 1; }));
@@ -384,12 +407,7 @@ TEST_F(MonitorTest, HandlersInALoginMayCallBackIn) {
 }
 
 TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
-    Gate gate;
-    AnswerBy([&](const Request&) {
-        gate.Pass();
-        return Ok(TokenBody("bearer-1"));
-    });
-    Threads threads;
+    AnswerTokensAtTheGate(Ok(TokenBody("bearer-1")));
     threads.Add([] { EXPECT_TRUE(LogIn()); });
     ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
     Veltra::Veltra_Disable();
@@ -399,42 +417,35 @@ TEST_F(MonitorTest, DisableInTheMiddleOfALoginWins) {
 }
 
 TEST_F(MonitorTest, StopWaitsForOneExchangeOnly) {
-    LogInUntilTheMonitorWaits();
-    const auto stopInFirst = [](bool probe) {
-        Gate gate;
-        AnswerBy([&](const Request& request) {
+    const auto stopIn = [this](bool probe, bool (*stop)(), Gate& shut) {
+        Veltra::Veltra_Enable();
+        AnswerTokens();
+        LogInUntilTheMonitorWaits();
+        AnswerBy([probe, &shut](const Request& request) {
             if (probe == IsTokenRequest(request)) return Ok("x");
-            gate.Pass();
+            shut.Pass();
             return Lost();
         });
         Manager().SetTokenValid(false);
         ForgetRequests();
         ExpireWaits(kCheckInterval);
-        ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
+        ASSERT_TRUE(Eventually([&] { return shut.Waiting() == 1; }));
         const std::uint64_t before = Manager().StopRequests();
-        Threads threads;
-        threads.Add([] { Veltra::Veltra_Unit(); });
+        threads.Add([stop] { stop(); });
         ASSERT_TRUE(Eventually([&] { return Manager().StopRequests() != before; }));
-        gate.Open();
+        EXPECT_EQ(Veltra::Veltra_IsEnable(), stop == &Veltra::Veltra_Unit);
+        shut.Open();
         threads.Join();
         EXPECT_EQ(Requests().size(), probe ? 1U : 2U);
         EXPECT_TRUE(Manager().IsLLMServiceValid()) << "what was given up says nothing";
     };
-    stopInFirst(true);
-    AnswerTokens();
-    LogInUntilTheMonitorWaits();
-    stopInFirst(false);
+    stopIn(true, &Veltra::Veltra_Unit, gate);
+    stopIn(false, &Veltra::Veltra_Disable, second);
 }
 
 TEST_F(MonitorTest, StopEndsAMonitorThatWaitsForALogin) {
     LogInUntilTheMonitorWaits();
-    Gate gate;
-    AnswerBy([&](const Request& request) {
-        if (!IsTokenRequest(request)) return Lost();
-        gate.Pass();
-        return Ok(TokenBody("bearer-2"));
-    });
-    Threads threads;
+    AnswerTokensAtTheGate(Ok(TokenBody("bearer-2")), Lost());
     threads.Add([] { LogIn(); });
     ASSERT_TRUE(Eventually([&] { return gate.Waiting() == 1; }));
     Manager().SetTokenValid(false);
@@ -442,8 +453,6 @@ TEST_F(MonitorTest, StopEndsAMonitorThatWaitsForALogin) {
     ASSERT_TRUE(Eventually([] { return !Manager().IsLLMServiceValid(); })) << "probed: its turn";
     EXPECT_TRUE(Veltra::Veltra_Unit());
     EXPECT_EQ(gate.Waiting(), 1);
-    gate.Open();
-    threads.Join();
 }
 
 TEST_F(MonitorTest, SwitchesFromManyThreads) {
@@ -463,7 +472,6 @@ TEST_F(MonitorTest, SwitchesFromManyThreads) {
     const std::vector<std::function<bool()>> calls = {
         [] { return LogIn(); }, &Veltra::Veltra_Unit, &Veltra::Veltra_Disable,
         &Veltra::Veltra_Enable, [] { return Veltra::Veltra_SetDomain("https://a"); }};
-    Threads threads;
     for (std::size_t start = 0; start < 8; ++start) {
         threads.Add([&, start] {
             isHost = true;
