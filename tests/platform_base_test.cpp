@@ -1,3 +1,4 @@
+#include <Oak/Base/Clock.h>
 #include <Oak/Base/Process.h>
 #include <Oak/Base/StandardStreams.h>
 #include <qlog/qlog.h>
@@ -11,6 +12,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -52,6 +56,24 @@ TEST(Process, AServiceThreadHasItsNameAndTakesFaultsOnly) {
             EXPECT_FALSE(IsBlocked(fault)) << fault;
     }).Join();
     EXPECT_FALSE(IsBlocked(SIGTERM)) << "the starter's own mask is as before";
+}
+
+TEST(Clock, WaitsForItsConditionOrItsTime) {
+    std::mutex mutex;
+    std::condition_variable condition;
+    bool woken = false;
+    std::unique_lock lock(mutex);
+    std::jthread waker([&] {
+        const std::lock_guard wakersLock(mutex);  // had only once the wait has begun
+        woken = true;
+        condition.notify_all();
+    });
+    using namespace std::chrono_literals;
+    const auto longest = std::chrono::milliseconds::max();
+    EXPECT_TRUE(Oak::Base::Clock::WaitFor(condition, lock, longest, [&] { return woken; }));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Oak::Base::Clock::WaitFor(condition, lock, 20ms, [] { return false; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 20ms);
 }
 
 TEST(StandardStreams, WritesAllOfTheTextOrGivesUpWithoutASignal) {

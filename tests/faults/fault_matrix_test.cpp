@@ -8,6 +8,7 @@
 #include <qlog/qlog.h>
 
 #include <gtest/gtest.h>
+#include <openssl/x509_vfy.h>
 
 #include <cstring>
 #include <thread>
@@ -20,13 +21,26 @@ using namespace std::string_literals;
 using gateway::Certificate;
 using gateway::FaultKind;
 
+/// A file of authorities that the system trusts, for as long as it is named here.
+std::string systemsAuthorities;
+
+}  // namespace
+
+/// In place of the TLS library's, which the HTTP library asks for the system's folder of them.
+extern "C" int X509_STORE_load_path(X509_STORE* store, const char* /*folder*/) {
+    const bool any = !systemsAuthorities.empty();
+    return any ? X509_STORE_load_file(store, systemsAuthorities.c_str()) : 1;
+}
+
+namespace {
+
 constexpr std::size_t kLimit = 20'000;
 
 constexpr std::uint32_t kPatienceMs = 120;
 
 /// Where a fault meets a road. All but the first on a new connection: changed options retire the
 /// kept ones.
-enum class Meets { KeptConnection, NewConnection, SmallLimit, ShortPatience };
+enum class Meets { KeptConnection, NewConnection, OtherAuthorities, SmallLimit, ShortPatience };
 
 struct Fault {
     std::string name;
@@ -52,15 +66,37 @@ std::string Padded(std::string text, std::size_t size) {
 
 using Faults = std::vector<Fault>;
 
+/// The file of an authority that has nothing to do with the gateway's.
+std::string OtherAuthority() {
+    static gateway::Gateway other(e2e::Serve(true));
+    static const bool started = other.start();
+    static const e2e::TemporaryFile file(started ? other.caPem() : "");
+    return file.Path();
+}
+
 void ConnectionFaults(Faults& all, const Road& road, bool tls) {
-    const auto add = [&](const std::string& name, const std::string& reason, const auto& on) {
-        all.push_back({name, NotSent{reason}, on, Meets::NewConnection, false, true});
+    const auto add = [&](const std::string& name, const std::string& reason, const auto& on,
+                         Meets meets = Meets::NewConnection) {
+        all.push_back({name, NotSent{reason}, on, meets, false, true});
     };
     add("connection refused", "could not connect",
         [](auto& server) { server.refuseConnections(true); });
     if (!tls) return;
-    if (road.name != "Put")  // comes after an exchange over a trusted connection
-        add("unknown authority", "certificate", [](auto&) { Oak::Net::SetHttpClientOptions({}); });
+    if (road.name != "Put") {  // comes after an exchange over a trusted connection
+        add(
+            "unknown authority", "certificate", [](auto&) { Oak::Net::SetHttpClientOptions({}); },
+            Meets::OtherAuthorities);
+        add(
+            "known to the system, not to the file that counts", "certificate",
+            [](auto& server) {
+                static const e2e::TemporaryFile known(server.caPem());
+                systemsAuthorities = known.Path();
+                Oak::Net::HttpClientOptions http;
+                http.caFile = OtherAuthority();
+                Oak::Net::SetHttpClientOptions(http);
+            },
+            Meets::OtherAuthorities);
+    }
     for (const auto which : {Certificate::Expired, Certificate::SelfSigned, Certificate::WrongHost})
         add("certificate " + std::to_string(static_cast<int>(which)), "certificate",
             [which](auto& server) { server.setCertificate(which); });
@@ -234,6 +270,7 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         server.refuseConnections(false);
         server.setCertificate(Certificate::Good);
         server.speakOldTlsOnly(false);
+        systemsAuthorities.clear();
     }
 
     /// Of this thread, without names of files, and of the HTTP client's no more than the reason.
@@ -280,15 +317,20 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         const Answer good{road.good};
         Outcome expected = road.expected(fault.fate, fault.unanswered ? 1 : 0);
         if (fault.unseen) expected.requests = road.requestsBefore;
+        const bool shows = road.name == "Slots" || road.name == "Put" || road.name == "Feedback";
+        testing::internal::CaptureStdout();
         Outcome seen = MeetFault(fault, kPatienceMs);
         // A machine too slow for the patience gave up before the gateway had seen it all.
         for (auto longer = kPatienceMs * 4; fault.meets == Meets::ShortPatience &&
                                             longer < 10'000 && seen.requests != expected.requests;
              longer *= 4)
             seen = MeetFault(fault, longer);
+        const std::string shown = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(shown.empty(), !shows) << shown;
         Compare(seen, expected);
         AllWell();
-        if (fault.meets != Meets::KeptConnection) Oak::Net::SetHttpClientOptions(http);
+        // What changed no options is forgotten with its fault: no new ones are needed.
+        if (fault.meets > Meets::NewConnection) Oak::Net::SetHttpClientOptions(http);
         ExpectState(fault.fate, expected.result);
         Compare(Run(road.run), road.expected(good, 0));
         if (road.name == "Probe") {

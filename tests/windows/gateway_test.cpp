@@ -5,13 +5,11 @@
 
 #include <Oak/Net/HttpClientOptions.h>
 #include <Veltra/Veltra.h>
-#include <qlog/qlog.h>
 
 #include <gtest/gtest.h>
 #include <wincrypt.h>
 #include <windows.h>
 
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -55,14 +53,12 @@ class GatewayTest : public testing::Test {
     ~GatewayTest() override {
         Veltra::Veltra_Disable();
         Oak::Net::SetHttpClientOptions({});
-        qlog_set_handler(nullptr, nullptr, 4);
     }
 
-    static bool Reach(const std::string& name, const std::string& caFile = "",
-                      std::uint32_t totalTimeoutMs = 20000) {
+    static bool Reach(const std::string& name, const std::string& caFile = "") {
         Oak::Net::HttpClientOptions options;
         options.caFile = caFile;
-        options.totalTimeoutMs = totalTimeoutMs;
+        options.totalTimeoutMs = 20000;
         Oak::Net::SetHttpClientOptions(options);
         Veltra::Veltra_Enable();
         return Veltra::Veltra_SetDomain(gateways::Read(name)) && LogIn();
@@ -79,56 +75,17 @@ class GatewayTest : public testing::Test {
         EXPECT_FALSE(id.empty());
         EXPECT_TRUE(Veltra::Veltra_CancleComments(id));
     }
-
-    /// The reasons that the HTTP client gave for its failures.
-    std::string Reasons() {
-        const std::lock_guard lock(mutex_);
-        return reasons_;
-    }
-    void KeepReasons() {
-        qlog_set_handler(
-            [](int, const char* tag, const char* message, void* context) {
-                auto& test = *static_cast<GatewayTest*>(context);
-                const std::lock_guard lock(test.mutex_);
-                if (std::string(tag) == "Oak") test.reasons_ += std::string(message) + '\n';
-            },
-            this, 4);
-    }
-
- private:
-    std::mutex mutex_;
-    std::string reasons_;
 };
 
-TEST_F(GatewayTest, AllRoadsOverHttp) {
+TEST_F(GatewayTest, AllRoadsOverEachScheme) {
     ASSERT_TRUE(Reach("plain"));
     WalkTheRoads();
-}
-
-TEST_F(GatewayTest, AllRoadsOverHttpsWithAFileOfAuthorities) {
     ASSERT_TRUE(Reach("tls", VELTRA_GATEWAYS "/ca.pem"));
     WalkTheRoads();
-}
-
-TEST_F(GatewayTest, AllRoadsOverHttpsWithAnImportedAuthority) {
+    EXPECT_FALSE(Reach("tls")) << "a strange authority";
     const ImportedAuthority authority;
     ASSERT_TRUE(Reach("tls"));
     WalkTheRoads();
-}
-
-TEST_F(GatewayTest, StrangeAuthorityIsRefused) {
-    KeepReasons();
-    EXPECT_FALSE(Reach("tls"));
-    EXPECT_NE(Reasons().find("certificate"), std::string::npos) << Reasons();
-}
-
-TEST_F(GatewayTest, RejectedTokenIsRenewedOnce) {
-    ASSERT_TRUE(Reach("plain"));
-    EXPECT_TRUE(Veltra::Veltra_Unit());
-    ASSERT_NE(gateways::Control("plain", "POST /control/expire-tokens").find(" 200 "),
-              std::string::npos);
-    EXPECT_NE(Ask("first"), "") << "rejected, and renewed on the way";
-    EXPECT_NE(Ask("again").find("again"), std::string::npos);
 }
 
 TEST_F(GatewayTest, ThreadsShareTheLibrary) {
@@ -142,16 +99,6 @@ TEST_F(GatewayTest, ThreadsShareTheLibrary) {
     }
     for (auto& thread : threads)
         thread.join();
-}
-
-TEST_F(GatewayTest, StalledCallsEndInTime) {
-    ASSERT_TRUE(Reach("leading", "", 300));
-    EXPECT_TRUE(Veltra::Veltra_Unit());
-    KeepReasons();
-    const ULONGLONG begin = GetTickCount64();
-    EXPECT_EQ(Ask("late").find("late"), std::string::npos);
-    EXPECT_LT(GetTickCount64() - begin, 10000U);
-    EXPECT_NE(Reasons().find("time-out"), std::string::npos) << Reasons();
 }
 
 }  // namespace
