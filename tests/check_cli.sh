@@ -108,6 +108,12 @@ usage '' query greeting a=1 a=2 "${with_keys[@]}"
 usage '' query greeting --filter 5 "${with_keys[@]}"
 usage '' query greeting a=$'\377' "${with_keys[@]}"
 usage '' feedback submit "${with_keys[@]}"
+printf 'a\0' >zero
+usage 'begins with @ is written @@' query greeting name=@absent "${with_keys[@]}"
+usage 'cannot read .' query greeting name=@. "${with_keys[@]}"
+usage '32 MiB at most' query greeting name=@huge "${with_keys[@]}"
+usage 'zero byte' query greeting name=@zero "${with_keys[@]}"
+usage '@- can be given once' query greeting name=@- place=@- "${with_keys[@]}"
 picture=(feedback submit --trace-id t "${with_keys[@]}" --picture)
 usage 'does not exist' "${picture[@]}" absent
 usage 'is actually a directory' "${picture[@]}" .
@@ -133,12 +139,12 @@ usage '' time -1d --first-day 7
 usage '' time
 
 two=14651858152940190130
-check 0 "$two"$'\n*' - phrase-key 'two words' '[a,b]'
+check 0 "$two"$'\n*' 'phrase 2: never found' phrase-key 'two words' '[a,b]'
 check 0 "{\"ok\":true,\"keys\":[{\"phrase\":\"two words\",\"key\":\"$two\"}]}" - phrase-key --json 'two words'
 run phrase-key 'two words' '[a,b]'
 mv out both
 printf 'two words\r\n\n[a,b]' >in
-check 0 "$(<both)" - phrase-key
+check 0 "$(<both)" 'standard input, line 3: never found' phrase-key
 : >in
 run phrase-key two\ words\\ 'a\\b' 'a\\b'\\
 { echo "$two" && cat out; } >keys
@@ -174,7 +180,16 @@ refused 6 'unknown prompt key: absent' absent
 refused 4 'CCF083001: the input is not acceptable' greeting name=forbidden --filter 2
 refused 4 'has sensitive words' greeting 'name=a top secret' --phrase-file phrases.txt
 refused 4 'has sensitive words' greeting 'name=back\slash' --phrase-file phrases.txt
-at 0 '*' - 'query greeting' 'name=top secret' --phrase-file phrases.txt --phrase-limit 1
+at 0 '*' 'phrases.txt, line 1: never found: more words' 'query greeting' 'name=top secret' \
+  --phrase-file phrases.txt --phrase-limit 1
+
+# What editors put around a text is none of it.
+printf '\xEF\xBB\xBFAda\r\n' >in
+at 0 'Hello Ada, welcome to @home.' - 'query greeting' name=@- place=@@home
+printf '\xEF\xBB\xBFmerger\r\n\nbad-word\n' | tee marked >in
+at 1 '' 'marked, line 3: never found' 'query greeting' 'name=the "merger"' --phrase-file marked
+at 0 '*' 'name has line breaks' 'query greeting' name=@in --phrase-file phrases.txt
+: >in
 
 fault() { control POST faults "$1" >fault; }
 fault '{"path":"/api/tmqgw/v1/token/get","kind":"garbage","text":"HTTP/1.1 200 OK\r\n\r\n{\"errorCode\":\"1\",\"message\":\"s3cret\\\"4712\"}"}'
