@@ -9,6 +9,7 @@
 
 namespace {
 
+using Keys = std::unordered_set<std::string>;
 using Veltra::PhraseKey;
 
 TEST(PhraseKeyTest, ReferenceValues) {
