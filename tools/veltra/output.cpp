@@ -2,6 +2,7 @@
 
 #include "call_outcome.h"
 #include "process.h"
+#include "secrets.h"
 
 #include <Veltra/JsonText.h>
 
@@ -172,13 +173,13 @@ void JsonWriter::text(std::string_view value) {
 
 void JsonWriter::failure(const Failure& failure) {
     member("code", failure.code);
-    member("message", failure.what());
+    member("message", withoutSecrets(failure.what()));
     if (failure.report) report(*failure.report);
 }
 
 void JsonWriter::report(const Veltra::CCallReport& report) {
     member("outcome", nameOf(report.Outcome()));
-    member("detail", reasonOf(report));
+    member("detail", withoutSecrets(reasonOf(report)));
     member("attempts", report.Attempts());
     member("httpStatus", report.HttpStatus());
 }
@@ -231,7 +232,7 @@ void reportFailure(bool json, const Failure& failure) {
                                          : std::string("failed: ");
     line += failure.what();
     if (failure.report) line += ": " + reasonOf(*failure.report, failure.what());
-    complain(line);
+    complain(withoutSecrets(std::move(line)));
 }
 
 bool finishOutput() {

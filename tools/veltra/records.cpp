@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include "output.h"
+#include "secrets.h"
 
 #include <qlog/qlog.h>
 
@@ -8,21 +9,15 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <utility>
 
 namespace tool {
 
 namespace {
 
-constexpr std::string_view kBlot = "***";
-
 std::string_view levelName(int level) {
     constexpr std::array<std::string_view, 4> kNames = {"detail", "progress", "warning", "error"};
     return kNames[static_cast<std::size_t>(std::clamp(level, 2, 5) - 2)];
-}
-
-void blotOut(std::string& text, const std::string& secret) {
-    for (auto at = text.find(secret); at != text.npos; at = text.find(secret, at + kBlot.size()))
-        text.replace(at, secret.size(), kBlot);
 }
 
 }  // namespace
@@ -30,8 +25,8 @@ void blotOut(std::string& text, const std::string& secret) {
 Records::Records(int minLevel, const Credentials& credentials, Mode mode)
     : minLevel_(minLevel), mode_(mode) {
     for (const auto& key : credentials.keys) {
-        addSecret(key.secretKey);
-        addSecret(jsonEscaped(key.secretKey, "a secret key"));
+        keepSecret(key.secretKey);
+        keepSecret(jsonEscaped(key.secretKey, "a secret key"));
     }
     qlog_set_handler(&Records::handle, this, minLevel);
 }
@@ -57,20 +52,14 @@ void Records::handle(int level, const char* tag, const char* message, void* cont
 }
 
 void Records::take(int level, std::string_view tag, std::string message) {
-    for (const auto& secret : secrets_)
-        blotOut(message, secret);
     std::string line(levelName(level));
-    line.append(": ").append(tag).append(": ").append(message);
+    line.append(": ").append(tag).append(": ").append(withoutSecrets(std::move(message)));
     if (mode_ == Mode::Print) {
         complain(line);
         return;
     }
     const std::scoped_lock lock(mutex_);
     held_.push_back(std::move(line));
-}
-
-void Records::addSecret(const std::string& secret) {
-    if (!secret.empty()) secrets_.push_back(secret);
 }
 
 }  // namespace tool

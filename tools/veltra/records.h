@@ -26,11 +26,9 @@ class Records {
  private:
     static void handle(int level, const char* tag, const char* message, void* context) noexcept;
     void take(int level, std::string_view tag, std::string message);
-    void addSecret(const std::string& secret);
 
     const int minLevel_;
     const Mode mode_;
-    std::vector<std::string> secrets_;
     std::mutex mutex_;  // guards what follows
     std::vector<std::string> held_;
 };
