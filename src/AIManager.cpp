@@ -270,6 +270,7 @@ CAIManager::Renewal CAIManager::renewAuthenticationToken(const RenewalGate::Turn
                                                          const std::vector<CAccessKey>& list,
                                                          bool first) {
     VELTRA_OPERATION(operation);
+    if (CallWatch::Over()) return Renewal::cut;
     if (!list.empty()) {
         accessKeys_.Add(list);
         UsePair(0);

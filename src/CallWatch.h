@@ -44,7 +44,7 @@ inline constexpr const char* kDetailNoToken = "there is no token: log in first";
 
 /// What a call is reported to have been.
 struct CCallReportIMP {
-    CallOutcome outcome = CallOutcome::NotEnabled;
+    CallOutcome outcome = CallOutcome::Failed;  ///< unless something better is known
     std::int32_t attempts = 0;
     std::int32_t httpStatus = 0;
     std::uint32_t milliseconds = 0;

@@ -47,7 +47,9 @@ Oak::Net::CHttpClientRequest MakeGatewayRequest(const GatewayAccess& access, con
                                                 const std::string& body) {
     Oak::Net::CHttpClientRequest request("POST", Oak::Net::URL(access.domain + path));
     request.SetContentType("application/json");
-    request.AddHeaderField("Authorization", "Bearer " + access.token);
+    std::string bearer = "Bearer " + access.token;
+    request.AddHeaderField("Authorization", bearer);
+    Oak::Base::Wipe(bearer);
     request.SetData(body);
     return request;
 }

@@ -3,11 +3,13 @@
 
 #include "CallWatch.h"
 
+#include <Oak/Base/Wipe.h>
 #include <Oak/Net/HttpClient.h>
 
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 /// What the calls to the gateway share.
 
@@ -25,9 +27,17 @@ inline constexpr std::chrono::milliseconds kLongExchange{0};
 
 /// Where a gateway call goes and how it identifies itself, read at one moment.
 struct GatewayAccess {
+    GatewayAccess(std::string llmDomain, std::string bearer, std::uint64_t generation)
+        : domain(std::move(llmDomain)), token(std::move(bearer)), tokenGeneration(generation) {}
+    GatewayAccess(const GatewayAccess&) = delete;
+    GatewayAccess(GatewayAccess&&) = default;
+    GatewayAccess& operator=(const GatewayAccess&) = delete;
+    GatewayAccess& operator=(GatewayAccess&&) = delete;
+    ~GatewayAccess() { Oak::Base::Wipe(token); }
+
     std::string domain;
     std::string token;
-    std::uint64_t tokenGeneration = 0;  ///< tells this token from any other, even of the same text
+    std::uint64_t tokenGeneration;  ///< tells this token from any other, even of the same text
 };
 
 /// A POST of `body` with the bearer token.

@@ -4,6 +4,8 @@
 #include "JsonText.h"
 #include "Log.h"
 
+#include <Oak/Base/Noncopyable.h>
+#include <Oak/Base/Wipe.h>
 #include <proto/CRapidJsonProto.h>
 
 #include <algorithm>
@@ -44,6 +46,16 @@ std::string TokenRequestBody(const std::string& appKey, const std::string& secre
     return body;
 }
 
+/// Overwrites a text that holds a token, whichever way its scope ends.
+class WipeAtEnd : private Oak::Base::CNoncopyable {
+ public:
+    explicit WipeAtEnd(std::string& text) : text_(text) {}
+    ~WipeAtEnd() { Oak::Base::Wipe(text_); }
+
+ private:
+    std::string& text_;
+};
+
 }  // namespace
 
 bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey,
@@ -68,6 +80,8 @@ bool TokenMessage::GetToekn(const std::string& domain, const std::string& appKey
     }
     std::string answer;
     response.GetResponseData(&answer);
+    response.WipeData();
+    const WipeAtEnd wipesAnswer(answer);
     if (answer.empty()) {
         VELTRA_LOG(operation, 5, "Request get token failed,response is empty");
         CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is empty");

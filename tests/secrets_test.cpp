@@ -4,6 +4,7 @@
 #include "e2e/e2e_support.h"
 #include "support/other_process.h"
 
+#include <Oak/Base/Wipe.h>
 #include <qlog/qlog_write.h>
 
 #include <fcntl.h>
@@ -16,8 +17,10 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -117,6 +120,32 @@ TEST_P(SecretsTest, NoBodyOutlivesItsCall) {
     EXPECT_NE(found.keys, 0U) << "the search finds what is there";
     EXPECT_EQ(found.bodies, 0U);
     EXPECT_EQ(found.fragments, "");
+}
+
+TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
+    TestSupport::OtherProcess other(
+        [](std::FILE* input, std::FILE* output) { Serve(GetParam(), input, output); });
+    const std::string url = other.Line();
+    Oak::Net::HttpClientOptions http;
+    http.caFile = other.Line();
+    Oak::Net::SetHttpClientOptions(http);
+    Veltra::Veltra_Enable();
+    ASSERT_TRUE(Veltra::Veltra_SetDomain(url));
+    for (const int pairs : {1, 5}) {
+        const auto license = std::make_shared<Veltra::CLicenseInfo>();
+        std::vector<Veltra::CAccessKey> keys(static_cast<std::size_t>(pairs), {"good", kSecretKey});
+        license->SetLicenseKey("", keys);
+        for (auto& pair : keys)
+            Oak::Base::Wipe(pair.secretKey);
+        ASSERT_TRUE(Veltra::Veltra_Authentication({}, license));
+    }
+    auto& manager = *Veltra::CAIManager::GetInstance();
+    const std::string token = manager.GetToken();
+    EXPECT_GT(FindKeys().keys, 1U) << "the test's own, and those that renewals need";
+    EXPECT_TRUE(Veltra::Veltra_Logout());
+    EXPECT_EQ(FindKeys().keys, 1U) << "the test's own alone";
+    EXPECT_EQ(manager.GetToken(), "");
+    EXPECT_EQ(manager.Access().domain, Veltra::CAIManager::GetTestDomain());
 }
 
 TEST(RecordGuardDeathTest, EndsAProgramThatLogsASecret) {

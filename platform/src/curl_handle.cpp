@@ -9,6 +9,14 @@
 
 namespace Oak::Net {
 
+void CurlDeleter::operator()(curl_slist* list) const noexcept {
+    for (const curl_slist* line = list; line != nullptr; line = line->next) {
+        for (volatile char* byte = line->data; *byte != '\0'; ++byte)
+            *byte = ' ';
+    }
+    curl_slist_free_all(list);
+}
+
 CurlShare::CurlShare() : share_(curl_share_init()) {
     if (share_ == nullptr) return;
     curl_share_setopt(share_.get(), CURLSHOPT_USERDATA, this);

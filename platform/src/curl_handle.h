@@ -20,7 +20,8 @@ namespace Oak::Net {
 struct CurlDeleter {
     void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
     void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
-    void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+    /// Overwrites the texts first: one of them is the token.
+    void operator()(curl_slist* list) const noexcept;
     void operator()(char* text) const noexcept { curl_free(text); }
 };
 

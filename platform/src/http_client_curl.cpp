@@ -106,6 +106,11 @@ Failure FailureOf(CURLcode code, const CurlHandle& curl, const ExchangeWait& wai
 /// The header fields of a request in the form that the library takes.
 class HeaderList {
  public:
+    HeaderList() = default;
+    HeaderList(HeaderList&&) = default;
+    HeaderList& operator=(HeaderList&&) = delete;
+    ~HeaderList() { Oak::Base::Wipe(line_); }
+
     void AddField(const std::string& name, const std::string& value) {
         // "Name:" would tell the library to leave the field out; "Name;" sends it without a value.
         const bool blank = value.find_first_not_of(" \t\v\f") == std::string::npos;
@@ -402,7 +407,9 @@ std::optional<Failure> Run(CurlHandle& curl, const OneExchange& exchange,
     const ExchangeWait wait(exchange.request.Patience(), options, &CurlHandle::Wake, &curl);
     const CURLcode code = curl.Perform(wait);
     if (exchange.reception.failure != nullptr) return *exchange.reception.failure;
-    if (code == CURLE_OUT_OF_MEMORY) return noMemory;
+    // It is also what the library says of a header line that is longer than it takes.
+    if (code == CURLE_OUT_OF_MEMORY)
+        return exchange.reception.headerBytes != 0 ? overLimit : noMemory;
     if (code != CURLE_OK) return FailureOf(code, curl, wait, telling);
     return std::nullopt;
 }

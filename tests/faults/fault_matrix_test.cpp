@@ -280,6 +280,7 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         std::string text = message;
         if (tag == "Oak"s) {
             const auto reason = text.find(", ") + 2;
+            test.told = text.substr(reason, text.rfind(" [") - reason);
             EXPECT_EQ(text.find("signature="), std::string::npos) << text;
             text = "Oak " + text.substr(reason, text.find(':') - reason);
         } else {
@@ -294,6 +295,10 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         server.clearRequests();
         lines.clear();
         seen.result = run(seen.text);
+        const Veltra::CCallReport report = Veltra::Veltra_LastCall();
+        seen.report = Report(report.Outcome(), report.HttpStatus(), report.GatewayCode());
+        detail = report.Detail();
+        EXPECT_EQ(detail.empty(), seen.result);
         seen.lines = lines;
         Veltra::Veltra_Unit();
         for (const auto& request : server.requests()) {
@@ -309,6 +314,7 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         EXPECT_EQ(seen.text, expected.text);
         EXPECT_EQ(seen.lines, expected.lines);
         EXPECT_EQ(seen.requests, expected.requests);
+        EXPECT_EQ(seen.report, expected.report);
         EXPECT_NE(seen.sent.find(expected.sent), std::string::npos) << seen.sent;
     }
 
@@ -328,6 +334,9 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
         const std::string shown = testing::internal::GetCapturedStdout();
         EXPECT_EQ(shown.empty(), !shows) << shown;
         Compare(seen, expected);
+        if (std::holds_alternative<NotSent>(fault.fate)) {
+            EXPECT_EQ(detail, told) << "as the log record says it";
+        }
         AllWell();
         // What changed no options is forgotten with its fault: no new ones are needed.
         if (fault.meets > Meets::NewConnection) Oak::Net::SetHttpClientOptions(http);
@@ -389,7 +398,9 @@ class FaultMatrix : public testing::TestWithParam<std::tuple<const char*, bool>>
     std::unique_ptr<e2e::TemporaryFile> ca;
     Oak::Net::HttpClientOptions http;
     std::string token = "bearer-first";
-    Lines lines;  // of this thread alone
+    Lines lines;         // of this thread alone
+    std::string detail;  // of the last call's report,
+    std::string told;    // and what the last record of the HTTP client said
 };
 
 INSTANTIATE_TEST_SUITE_P(, FaultMatrix,

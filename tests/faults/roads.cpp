@@ -46,6 +46,32 @@ void Append(Lines& lines, const Lines& more) {
     lines.insert(lines.end(), more.begin(), more.end());
 }
 
+using Veltra::CallOutcome;
+
+/// What a refusal with this code is reported as.
+std::string Refusal(const std::string& code) {
+    return Report(code.empty() ? CallOutcome::BadAnswer : CallOutcome::Refused, 200, code);
+}
+
+std::string NotUnderstood(const std::string& code = "") {
+    return Report(CallOutcome::BadAnswer, 200, code);
+}
+
+std::string Succeeded(const std::string& code = "0") {
+    return Report(CallOutcome::Succeeded, 200, code);
+}
+
+CallOutcome OutcomeOf(const std::string& reason) {
+    const std::map<std::string, CallOutcome> outcomes = {
+        {"could not connect", CallOutcome::NotReached},
+        {"certificate", CallOutcome::NotTrusted},
+        {"time-out", CallOutcome::TimedOut},
+        {"cut off", CallOutcome::CutOff},
+        {"limit", CallOutcome::BadAnswer},
+        {"other", CallOutcome::BadAnswer}};
+    return outcomes.at(reason);
+}
+
 // --- the roads -----------------------------------------------------------------------------------
 
 /// To a base with a slash at its end, whose paths differ from all other requests': a domain that
@@ -59,6 +85,7 @@ Road Probe(const std::string& base) {
     road.refused = {Line(5, name, "http client send message failed,domian is :" + domain)};
     road.answered = [=](const Answer& answer, Outcome& outcome) {
         outcome.result = !answer.body.empty();
+        outcome.report = outcome.result ? Succeeded("") : NotUnderstood();
         outcome.lines.push_back(
             outcome.result ? Line(3, "CAIManager::SetConfigDomain", "Set config domian " + domain)
                            : Line(5, name, "response is empty,domian is :" + domain));
@@ -94,6 +121,9 @@ Road Token(const std::string& base) {
         const auto expiry = answer.at("/data/expireTime");
         outcome.result = code == "0" && !answer.at("/data/accessToken").empty() &&
                          !domain.empty() && std::isdigit(expiry[0]) != 0 && expiry.size() < 19;
+        outcome.report = outcome.result                  ? Succeeded()
+                         : answer.content && code != "0" ? Refusal(code)
+                                                         : NotUnderstood();
         if (outcome.result) {
             Append(outcome.lines,
                    {Line(3, renewal, "get token success"),
@@ -128,6 +158,10 @@ Road Query(const std::string&) {
         const auto code = answer.at("/errorCode");
         const bool forbidden = message.find("CCF083001") != std::string::npos;
         outcome.result = code == "0";
+        outcome.report = outcome.result    ? Succeeded()
+                         : !answer.content ? NotUnderstood()
+                         : forbidden       ? Report(CallOutcome::ForbiddenWords, 200, code)
+                                           : Refusal(code);
         outcome.lines = {
             Line(3, name, "request:" + kQueryBody + ",http client get response:" + body)};
         if (answer.body.empty()) {
@@ -168,6 +202,7 @@ const Lines kNotPushed = {Line(3, kPictures, "push 1 pic to s3"), kNoPicture[0]}
 /// What follows when the picture reached the storage under this key.
 void Pushed(const std::string& key, Outcome& outcome) {
     outcome.result = true;
+    outcome.report = Succeeded();
     outcome.text = "f-1";
     Append(outcome.lines, {Line(3, kPush, "Send to S3 success "), kNotPushed[0]});
     outcome.requests.push_back("POST " + kFeedback);
@@ -183,14 +218,18 @@ Road Slots(const std::string& base) {
     Append(road.refused, kNoPicture);
     road.answered = [=](const Answer& answer, Outcome& outcome) {
         if (answer.at("/errorCode") != "0") {
+            outcome.report = answer.content ? Refusal(answer.at("/errorCode")) : NotUnderstood();
             if (answer.content) outcome.lines.push_back(Line(5, kPictures, "get S3 URL failed"));
             Append(outcome.lines, kNoPicture);
         } else if (answer.at(kSlots + "[1]/url") == SlotUrl(base)) {
             outcome.requests.push_back("PUT " + kPutTarget);
             Pushed(answer.at(kSlots + "[1]/imageKey"), outcome);
         } else {
-            if (fuzz::SizeAt(answer.content, kSlots) > 0)
+            outcome.report = NotUnderstood("0");
+            if (fuzz::SizeAt(answer.content, kSlots) > 0) {
+                outcome.report = Report(CallOutcome::NotAllowed, 200, "0");
                 outcome.lines.emplace_back("4 Oak refused URL");
+            }
             Append(outcome.lines, kNotPushed);
         }
     };
@@ -201,6 +240,8 @@ Road Slots(const std::string& base) {
 Road Put(const std::string& base) {
     Road road{"Put", "PUT", kPutTarget, "stored", Slots(base).run, "kept", 1};
     road.faulted = gateway::kStoragePrefix;
+    road.statusBefore = 200;
+    road.codeBefore = "0";
     road.requestsBefore = {"POST " + kUpload};
     road.refusal = Line(5, kPush, "Send to S3 failed");
     road.refused = kNotPushed;
@@ -215,6 +256,9 @@ Road Feedback(const std::string&) {
     road.answered = [](const Answer& answer, Outcome& outcome) {
         const auto code = answer.at("/errorCode");
         outcome.result = code == "0";
+        outcome.report = outcome.result   ? Succeeded()
+                         : answer.content ? Refusal(code)
+                                          : NotUnderstood();
         if (outcome.result) {
             outcome.text = answer.at("/data/feedbackId");
         } else if (answer.content) {
@@ -232,27 +276,37 @@ Road Cancel(const std::string&) {
     road.run = [](std::string&) { return Veltra::Veltra_CancleComments("f-1"); };
     road.answered = [](const Answer& answer, Outcome& outcome) {
         outcome.result = answer.at("/errorCode") == "0";
+        outcome.report = outcome.result   ? Succeeded()
+                         : answer.content ? Refusal(answer.at("/errorCode"))
+                                          : NotUnderstood();
     };
     return road;
 }
 
 }  // namespace
 
+std::string Report(CallOutcome outcome, std::int32_t status, const std::string& code) {
+    return std::to_string(static_cast<int>(outcome)) + ", status " + std::to_string(status) +
+           ", code " + code;
+}
+
 std::string Line(int level, const std::string& operation, const std::string& text) {
     return std::to_string(level) + " Veltra::" + operation + ' ' + text;
 }
 
 Outcome Road::expected(const Fate& fate, std::size_t repeats) const {
-    Outcome outcome{false, failedText, begins, requestsBefore, {}};
+    Outcome outcome{false, failedText, begins, requestsBefore, {}, {}};
     const auto* answer = std::get_if<Answer>(&fate);
     const std::size_t tries = answer != nullptr ? 1 : attempts;
     outcome.requests.insert(outcome.requests.end(), tries + repeats, method + ' ' + target);
     if (answer != nullptr) {
         answered(*answer, outcome);
     } else if (const auto* failure = std::get_if<NotSent>(&fate)) {
+        outcome.report = Report(OutcomeOf(failure->reason), statusBefore, codeBefore);
         outcome.lines.insert(outcome.lines.end(), tries, "4 Oak " + failure->reason);
         Append(outcome.lines, notSent.empty() ? refused : notSent);
     } else {
+        outcome.report = Report(CallOutcome::BadStatus, std::get<Refused>(fate).status, codeBefore);
         std::string line = refusal;
         if (const auto at = line.find('#'); at != std::string::npos)
             line.replace(at, 1, std::to_string(std::get<Refused>(fate).status));

@@ -3,7 +3,10 @@
 
 #include "support/plain_json.h"
 
+#include <Veltra/Call.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -19,11 +22,15 @@ using Lines = std::vector<std::string>;
 /// What one call of an export came to: expected, or seen.
 struct Outcome {
     bool result = false;
-    std::string text;  ///< What it handed out; of a query that failed "code: message".
-    Lines lines;       ///< The records of level 3 and above, as Line() writes them.
-    Lines requests;    ///< "METHOD target" of each.
-    std::string sent;  ///< Expected somewhere in the last request's body.
+    std::string text;         ///< What it handed out; of a query that failed "code: message".
+    Lines lines;              ///< The records of level 3 and above, as Line() writes them.
+    Lines requests;           ///< "METHOD target" of each.
+    std::string sent;         ///< Expected somewhere in the last request's body.
+    std::string report = {};  ///< What is reported of the call, as Report() writes it.
 };
+
+/// Outcome, HTTP status of the last answer, and the gateway's code.
+std::string Report(Veltra::CallOutcome outcome, std::int32_t status, const std::string& code);
 
 /// An answer with status 200, and how a plain reader of JSON reads it.
 struct Answer {
@@ -57,6 +64,8 @@ struct Road {
     std::string refusal = {};  ///< The record of another status than 200, which stands for the '#'.
     Lines notSent = {};        ///< Records once the attempts are used up without any answer,
     Lines refused = {};        ///< and with one of another status at last.
+    std::int32_t statusBefore = 0;  ///< Of the last answer before the road's own, and the gateway's
+    std::string codeBefore = {};    ///< code in it.
     std::function<void(const Answer&, Outcome&)> answered = {};
 
     /// `repeats` is how many requests the HTTP library sends once more by itself.

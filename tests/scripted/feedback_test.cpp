@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdlib>
+#include <map>
 #include <new>
 #include <set>
 #include <sstream>
@@ -221,6 +222,32 @@ TEST_F(FeedbackTest, PicturesGoToTheSlotsInOrder) {
                      "3 " + uploads + "::PushPicToS3|Send to S3 success ",
                      "2 " + uploads + "|push pic to s3 suc,the key is k3,the url is https://s/3",
                      "3 " + uploads + "|push 5 pic to s3"}));
+}
+
+/// What has a model's answer or a picture in it may take as long as the host allows.
+TEST_F(FeedbackTest, OtherExchangesHaveALimitOfTheirOwn) {
+    std::map<std::string, std::int64_t> limits;
+    AnswerBy([&](const Request& request) {
+        limits[request.Url().Text()] = request.Patience().limit.count();
+        if (request.Url().Text() == kSlotUrl) return Ok(SlotsBody({"https://storage/k"}));
+        return Ok(IsTokenRequest(request) ? TokenBody("bearer-1") : ResultBody("x"));
+    });
+    EXPECT_TRUE(Veltra::Veltra_SetDomain("https://probed"));
+    EXPECT_TRUE(Manager().renewAuthenticationToken({}, true));
+    std::shared_ptr<Veltra::CLLMMessage> answer;
+    Veltra::CAiHelper({}, "").GetLLMSessionItem({})->ExecuteQuery(
+        std::make_shared<Veltra::CHumanMessage>(), answer);
+    EXPECT_NE(Submit(WithPictures(1)), "failed");
+    EXPECT_TRUE(Veltra::Veltra_CancleComments("f-1"));
+    const std::map<std::string, std::int64_t> expected = {
+        {std::string("https://probed") + kQueryPath, 15000},
+        {std::string("https://probed") + kTokenPath, 15000},
+        {std::string("https://llm.test") + kQueryPath, 0},
+        {kSlotUrl, 15000},
+        {"https://storage/k", 0},
+        {kFeedbackUrl, 15000},
+        {kCancelUrl, 15000}};
+    EXPECT_EQ(limits, expected);
 }
 
 TEST_F(FeedbackTest, StorageGetsThePictureAlone) {

@@ -215,6 +215,50 @@ TEST_F(MonitorTest, StopCutsThePause) {
     }
 }
 
+TEST_F(MonitorTest, ACancelEndsTheWaitsOfItsOwnCalls) {
+    LogInWithoutMonitor(true);
+    std::atomic<int> probes{0};
+    std::atomic<bool> again{false};
+    AnswerBy([&](const Request& request) {
+        if (!IsProbe(request) && !IsTokenRequest(request)) return Ok(RefusalBody("1", "LAP500004"));
+        if (IsTokenRequest(request)) (again ? second : gate).Pass();
+        if (IsTokenRequest(request)) return Lost();
+        ++probes;
+        return Ok("x");
+    });
+    Veltra::CCallControl control;
+    const auto query = [&](const Veltra::CCallControl& under) {
+        const Veltra::CCallScope scope(under);
+        const auto message = std::make_shared<Veltra::CHumanMessage>();
+        const auto session = Veltra::CAiHelper({}, "").GetLLMSessionItem({});
+        std::shared_ptr<Veltra::CLLMMessage> answer;
+        EXPECT_FALSE(session->ExecuteQuery(message, answer));
+        EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), Veltra::CallOutcome::Cancelled);
+    };
+    threads.Add(2, [&] { query(control); });
+    threads.Add([&] { query({}); });
+    ASSERT_TRUE(Eventually([&] { return probes == 3 && gate.Waiting() == 1; }));
+    gate.Open();
+    ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 3; }));
+    control.Cancel();
+    ASSERT_TRUE(Eventually([] { return WaitsUnderWay(kRetryPause) == 1; }));
+    control.Reset();
+
+    // One renews now, and another waits for its turn.
+    again = true;
+    ExpireWaits(kRetryPause);
+    ASSERT_TRUE(Eventually([&] { return second.Waiting() == 1; }));
+    Manager().SetLLMServiceValid(true);
+    std::thread waiting([&] { query(control); });
+    EXPECT_TRUE(Eventually([&] { return probes == 4; }));
+    control.Cancel();
+    waiting.join();
+    Veltra::Veltra_CancelAll();
+    second.Open();
+    threads.Join();
+    EXPECT_EQ(WaitsBegun(kRetryPause), 3U) << "no pause after a cancel";
+}
+
 TEST_F(MonitorTest, ChecksThatFailTogetherCostOneRoundAMinute) {
     LogInWithoutMonitor(true);
 

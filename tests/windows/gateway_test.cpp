@@ -10,6 +10,7 @@
 #include <wincrypt.h>
 #include <windows.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -86,6 +87,50 @@ TEST_F(GatewayTest, AllRoadsOverEachScheme) {
     const ImportedAuthority authority;
     ASSERT_TRUE(Reach("tls"));
     WalkTheRoads();
+}
+
+/// Closing a request takes its time under wine; on Windows itself a tenth of a second is promised.
+constexpr std::chrono::milliseconds kSoon{250};
+
+TEST_F(GatewayTest, CallsAreGivenUp) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds limit{300};
+    for (const char* const name : {"stalling", "halting"}) {
+        for (const bool byLimit : {false, true}) {
+            SCOPED_TRACE(std::string(name) + (byLimit ? ", by its limit" : ", cancelled"));
+            Veltra::CCallControl control;
+            if (byLimit) control.SetTimeLimit(limit.count());
+            const std::string domain = gateways::Read(name);
+            Veltra::Veltra_Enable();
+            const auto begun = Clock::now();
+            auto ended = begun;
+            std::thread caller([&] {
+                const Veltra::CCallScope scope(control);
+                EXPECT_FALSE(Veltra::Veltra_IsDomainValid(domain));
+                ended = Clock::now();
+                EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(),
+                          byLimit ? Veltra::CallOutcome::TimedOut : Veltra::CallOutcome::Cancelled)
+                    << Veltra::Veltra_LastCall().Detail();
+            });
+            std::this_thread::sleep_for(limit / 2);
+            const auto cancelled = Clock::now();
+            if (!byLimit) control.Cancel();
+            caller.join();
+            EXPECT_LT(ended - (byLimit ? begun + limit : cancelled), kSoon);
+        }
+    }
+    ASSERT_TRUE(Reach("plain"));
+    WalkTheRoads();
+}
+
+TEST_F(GatewayTest, ClosesWithinASecondWhileTheMonitorStalls) {
+    ASSERT_TRUE(Reach("leading"));
+    while (gateways::Stalled() == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Veltra::Veltra_CancelAll());
+    EXPECT_TRUE(Veltra::Veltra_Disable());
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
 }
 
 TEST_F(GatewayTest, ThreadsShareTheLibrary) {

@@ -51,6 +51,8 @@ class CHttpClientRequest {
     CHttpClientRequest& operator=(CHttpClientRequest&&) = delete;
     ~CHttpClientRequest() {
         if (dataIsSecret_) Oak::Base::Wipe(data_);
+        for (HeaderField& field : headers_)  // one of them is the token
+            Oak::Base::Wipe(field.second);
     }
 
     /// The body, any bytes. A request without one goes out with an empty body.
@@ -106,6 +108,9 @@ class CHttpClientResponse {
         *data = body_;
         return delivered_;
     }
+
+    /// Overwrites the body, which held a secret.
+    void WipeData() { Oak::Base::Wipe(body_); }
 
     /// For the client alone: takes a whole answer in place of what was held before.
     void Deliver(std::int32_t status, std::string body) {
