@@ -169,7 +169,7 @@ at 0 'Hello Ada, welcome to "C:\new".' - 'query greeting' name=Ada 'place="C:\ne
   --filter 3 --sensitive one --sensitive '[2,3]'
 control GET requests | grep -qF '\"inputWords\":[\"one\",\"[2,3]\"],\"filterTags\":[\"checkOutput\"]' ||
   complain 'the options were not sent'
-at 0 '{"ok":true,"traceId":"t-1","answer":"Hello Ada, welcome to \"x\".",'"$answered" - 'query greeting' \
+at 0 '{"ok":true,"traceId":"t-1","answer":"Hello Ada, welcome to \\"x\\".",'"$answered" - 'query greeting' \
   name=Ada 'place="x"' --trace-id t-1 --json
 
 printf 'top  secret\r\n\nback\\slash\n' >phrases.txt
@@ -250,7 +250,7 @@ at 1 '{"ok":false,"code":0,"message":"not withdrawn","outcome":"Refused","detail
 # A limit on the whole call, and Ctrl-C, which "timeout" sends twice.
 fault '{"path":"/api/tmqgw/aillm/v1/third","kind":"delay","number":3000}'
 at 1 '*"outcome":"TimedOut",*' '' 'query greeting' --time-limit-ms 200 --json --log-level none
-with=(timeout --signal INT 0.3)
+with=(timeout --preserve-status --signal INT 0.3)
 at 130 '*"outcome":"Cancelled",*' '' 'query greeting' --json --log-level none
 with=()
 control DELETE faults >fault
