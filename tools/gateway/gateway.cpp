@@ -1,9 +1,12 @@
 #include "gateway.h"
 
 #include "certificate.h"
+#include "changes.h"
+#include "connection_book.h"
 #include "control.h"
 #include "envelope.h"
 #include "exchange_log.h"
+#include "fault_effects.h"
 #include "faults.h"
 #include "header_name.h"
 #include "http_server.h"
@@ -13,8 +16,6 @@
 #include "stage.h"
 
 #include <algorithm>
-#include <atomic>
-#include <condition_variable>
 #include <exception>
 #include <map>
 #include <mutex>
@@ -24,24 +25,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kNoTime{0};
 constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24);
-constexpr std::size_t kBytesOfHeaders = 20;
-constexpr std::string_view kNoise = "\x16\x03\x7f\xff#!$\r\n\x01\x02garbage\r\n\r\n";
-constexpr std::string_view kHalfJson = R"({"errorCode":"0","message":"","data":{"resul)";
 
 std::string orElse(const std::string& text, std::string_view otherwise) {
     return text.empty() ? std::string(otherwise) : text;
-}
-
-std::size_t countOf(const Fault& fault) {
-    return fault.number > 0 ? static_cast<std::size_t>(fault.number) : 0;
-}
-
-// At least the last byte is missing, lest the fault pass unseen.
-HttpReply cut(Answer answer, const Fault& fault) {
-    HttpReply reply{std::move(answer)};
-    if (reply.answer.body.empty()) reply.answer.body = "{}";
-    reply.bodyLimit = std::min(countOf(fault), reply.answer.body.size() - 1);
-    return reply;
 }
 
 std::string hostOf(const std::string& address) {
@@ -49,67 +35,6 @@ std::string hostOf(const std::string& address) {
     if (address == "::") return "[::1]";
     return address.find(':') == address.npos ? address : '[' + address + ']';
 }
-
-// What the client gets instead is below HTTP.
-bool takesPlaceOfAnswer(const Fault* fault) {
-    if (fault == nullptr) return false;
-    switch (fault->kind) {
-        case FaultKind::Close:
-        case FaultKind::Reset:
-        case FaultKind::Stall:
-        case FaultKind::Garbage:
-            return true;
-        default:
-            return false;
-    }
-}
-
-// Lets threads wait for anything to change.
-class Changes {
- public:
-    void note() {
-        {
-            const std::scoped_lock lock(mutex_);
-            ++count_;
-        }
-        changed_.notify_all();
-    }
-
-    void end() {
-        {
-            const std::scoped_lock lock(mutex_);
-            ended_ = true;
-        }
-        changed_.notify_all();
-    }
-
-    void sleep(std::chrono::milliseconds time) {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, time, [this] { return ended_; });
-    }
-
-    bool waitUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout) {
-        using Clock = std::chrono::steady_clock;
-        constexpr std::chrono::milliseconds kRetry{5};
-        const auto deadline = Clock::now() + timeout;
-        for (;;) {
-            std::unique_lock lock(mutex_);
-            const auto seen = count_;
-            lock.unlock();
-            if (predicate()) return true;
-            if (Clock::now() >= deadline) return false;
-            lock.lock();
-            changed_.wait_until(lock, std::min(deadline, Clock::now() + kRetry),
-                                [&] { return count_ != seen; });
-        }
-    }
-
- private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::uint64_t count_ = 0;
-    bool ended_ = false;
-};
 
 }  // namespace
 
@@ -127,7 +52,8 @@ class Gateway::Impl {
           options_(std::move(options)),
           log_(options_),
           roads_(options_),
-          stage_([this] { changes_.note(); }) {}
+          connections_([this] { changes_.note(); }),
+          stage_(connections_) {}
 
     bool start();
     void stop();
@@ -144,6 +70,7 @@ class Gateway::Impl {
     mutable Changes changes_;
     std::optional<ServerIdentity> identity_;
     Roads roads_;
+    ConnectionBook connections_;
     Stage stage_;
     std::unique_ptr<HttpServer> server_;
 
@@ -155,12 +82,7 @@ class Gateway::Impl {
  private:
     std::vector<Fault> faultsFor(const Request& request);
     HttpReply told(const Request& request, HttpReply reply, const Fault* fault);
-    HttpReply apply(const Fault& fault, const Request& request, int relayPort);
     Answer answerOf(const Request& request);
-    HttpReply instead(int relayPort, Sabotage plan) {
-        stage_.sabotage(relayPort, std::move(plan));
-        return {};
-    }
 };
 
 bool Gateway::Impl::start() {
@@ -210,7 +132,7 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
     request.body = std::move(from.body);
     request.bodySize = request.body.size();
     request.time = std::chrono::system_clock::now();
-    const auto peer = stage_.peer(from.relayPort);
+    const auto peer = connections_.peer(from.relayPort);
     request.connection = peer.connection;
     if (isForControl(request)) {
         if (peer.isLoopback && isFromThisMachine(request)) return {control(owner_, request)};
@@ -220,12 +142,13 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
     changes_.note();
     const auto faults = faultsFor(request);
     log_.addFaults(request.number, faults);
+    const auto ownAnswer = [&] { return answerOf(request); };
     for (const auto& fault : faults) {
         if (fault.kind != FaultKind::Delay)
-            return told(request, apply(fault, request, from.relayPort), &fault);
+            return told(request, replyWith(fault, ownAnswer, stage_, from.relayPort), &fault);
         changes_.sleep(std::clamp(std::chrono::milliseconds(fault.number), kNoTime, kLongestDelay));
     }
-    return told(request, {answerOf(request)}, faults.empty() ? nullptr : &faults.front());
+    return told(request, {ownAnswer()}, faults.empty() ? nullptr : &faults.front());
 }
 
 std::vector<Fault> Gateway::Impl::faultsFor(const Request& request) {
@@ -254,47 +177,6 @@ Answer Gateway::Impl::answerOf(const Request& request) {
         if (found != answers_.end()) return found->second;
     }
     return roads_.answer(request);
-}
-
-HttpReply Gateway::Impl::apply(const Fault& fault, const Request& request, int relayPort) {
-    const auto inBody = [&](Ending ending) {
-        stage_.sabotage(relayPort, {ending, Sabotage::kAll, {}});
-        return cut(answerOf(request), fault);
-    };
-    switch (fault.kind) {
-        case FaultKind::Delay:
-            break;
-        case FaultKind::Status:
-            return {{fault.number != 0 ? static_cast<int>(fault.number) : 500, fault.text, {}}};
-        case FaultKind::Close:
-            return instead(relayPort, {Ending::Close, 0, {}});
-        case FaultKind::Reset:
-            return instead(relayPort, {Ending::Reset, 0, {}});
-        case FaultKind::Stall:
-            return instead(relayPort, {Ending::Stall, 0, {}});
-        case FaultKind::Garbage:
-            return instead(relayPort, {Ending::Close, 0, orElse(fault.text, kNoise)});
-        case FaultKind::ResetInHeaders:
-            stage_.sabotage(
-                relayPort,
-                {Ending::Reset, countOf(fault) != 0 ? countOf(fault) : kBytesOfHeaders, {}});
-            return {answerOf(request)};
-        case FaultKind::ResetInBody:
-            return inBody(Ending::Reset);
-        case FaultKind::CutBody:
-            return inBody(Ending::Close);
-        case FaultKind::StallInBody:
-            return inBody(Ending::Stall);
-        case FaultKind::BadJson:
-            return {{200, orElse(fault.text, kHalfJson), {}}};
-        case FaultKind::EmptyBody:
-            return {{200, {}, {}}};
-        case FaultKind::RejectToken:
-            return {tokenRefusal()};
-        case FaultKind::RefuseCode:
-            return {refusal(fault.code, fault.text)};
-    }
-    return {answerOf(request)};
 }
 
 Gateway::Gateway(Options options) : impl_(std::make_unique<Impl>(*this, std::move(options))) {}
@@ -345,7 +227,7 @@ void Gateway::clearRequests() {
 }
 
 std::uint64_t Gateway::connections() const {
-    return impl_->stage_.accepted();
+    return impl_->connections_.accepted();
 }
 
 std::uint64_t Gateway::tokensIssued() const {
@@ -353,7 +235,7 @@ std::uint64_t Gateway::tokensIssued() const {
 }
 
 std::size_t Gateway::stalled() const {
-    return impl_->stage_.stalled();
+    return impl_->connections_.stalled();
 }
 
 std::vector<Feedback> Gateway::feedback() const {
@@ -431,11 +313,11 @@ void Gateway::resetStalled() {
 }
 
 void Gateway::recordWire(bool on) {
-    impl_->stage_.recordWire(on);
+    impl_->connections_.recordWire(on);
 }
 
 std::string Gateway::wireBytes() const {
-    return impl_->stage_.wireBytes();
+    return impl_->connections_.wireBytes();
 }
 
 bool Gateway::waitUntil(const std::function<bool()>& predicate,

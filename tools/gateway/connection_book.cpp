@@ -1,0 +1,86 @@
+#include "connection_book.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace gateway {
+
+ConnectionBook::ConnectionBook(std::function<void()> onChange) : onChange_(std::move(onChange)) {}
+
+std::uint64_t ConnectionBook::opened(int relayPort, bool isLoopback) {
+    std::uint64_t number = 0;
+    {
+        const std::scoped_lock lock(mutex_);
+        number = ++accepted_;
+        peers_[relayPort] = {number, isLoopback};
+    }
+    changed();
+    return number;
+}
+
+void ConnectionBook::closed(int relayPort, std::uint64_t connection) {
+    {
+        const std::scoped_lock lock(mutex_);
+        // The port may already serve a later connection, if the server closed first.
+        const auto peer = peers_.find(relayPort);
+        if (peer != peers_.end() && peer->second.connection == connection) peers_.erase(peer);
+    }
+    changed();
+}
+
+void ConnectionBook::stallBegan() {
+    {
+        const std::scoped_lock lock(mutex_);
+        ++stalled_;
+    }
+    changed();
+}
+
+void ConnectionBook::stallEnded() {
+    {
+        const std::scoped_lock lock(mutex_);
+        --stalled_;
+    }
+    changed();
+}
+
+void ConnectionBook::heard(std::uint64_t connection, const char* data, std::size_t size) {
+    const std::scoped_lock lock(mutex_);
+    if (!recordingWire_) return;
+    const std::size_t kept = std::min(size, kMaxWire - wireSize_);
+    wire_[connection].append(data, kept);
+    wireSize_ += kept;
+}
+
+ConnectionBook::Peer ConnectionBook::peer(int relayPort) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = peers_.find(relayPort);
+    return found == peers_.end() ? Peer{} : found->second;
+}
+
+std::uint64_t ConnectionBook::accepted() const {
+    const std::scoped_lock lock(mutex_);
+    return accepted_;
+}
+
+std::size_t ConnectionBook::stalled() const {
+    const std::scoped_lock lock(mutex_);
+    return stalled_;
+}
+
+void ConnectionBook::recordWire(bool on) {
+    const std::scoped_lock lock(mutex_);
+    recordingWire_ = on;
+    wire_.clear();
+    wireSize_ = 0;
+}
+
+std::string ConnectionBook::wireBytes() const {
+    const std::scoped_lock lock(mutex_);
+    std::string all;
+    for (const auto& [number, bytes] : wire_)
+        all += bytes;
+    return all;
+}
+
+}  // namespace gateway
