@@ -270,21 +270,24 @@ fault '{"path":"/api/tmqgw/aillm/v1/third","kind":"refuse","code":"7"}'
 check 1 '*' 'deviation in step 5' demo "${with_keys[@]}" --gateway "$(<plain)"
 check 1 '{"ok":false,"code":0,"message":"deviation in step *' '' demo --json "${with_keys[@]}" --gateway "$(<tls)"
 
+# A copy, far from the gateway that the build left. A link resolves to where the program lies.
+mkdir -p path build/veltra build/gateway
+cp "$veltra" build/veltra
+ln -s build/veltra/veltra link
+veltra="$work/link"
 with=(env PATH=/nowhere)
 check 127 '' '' gateway
 check 127 "$(no 0 'veltra-gateway cannot be run')" '' gateway --json
-mkdir path bin
 # shellcheck disable=SC2016
 printf '#!/bin/sh\necho "${0##*/}" "$@"\nexit 7\n' >path/veltra-gateway
-printf '#!/bin/sh\necho beside\n' >bin/veltra-gateway
-chmod 700 bin/veltra-gateway
 with=(env PATH="$work/path")
 check 126 '' '' gateway
 chmod 700 path/veltra-gateway
 with=(env PATH="$work/path:$PATH")
 check 7 'veltra-gateway --help -- --json  a b' '' gateway --help -- --json '' 'a b'
-# A link resolves to where the program lies.
-cp "$veltra" bin
-ln -s bin/veltra link
-[[ "$("${with[@]}" ./link gateway)" == beside ]] || complain 'a link does not lead to the gateway beside it'
+for place in gateway veltra; do  # beside it goes first
+  printf '#!/bin/sh\necho %s\n' "$place" >"build/$place/veltra-gateway"
+  chmod 700 "build/$place/veltra-gateway"
+  check 0 "$place" - gateway
+done
 exit $failed

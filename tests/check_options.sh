@@ -32,7 +32,7 @@ check() {  # PROGRAM SUBCOMMAND...
 # A subcommand that runs a program of its own hands even --help on to it.
 check_other_program() {  # PROGRAM SUBCOMMAND
   local other=${1##*/}-$2
-  diff <(PATH="${folders[$other]}:$PATH" "$1" "$2" --help) <("${folders[$other]}/$other" --help) >&2 || status=1
+  diff <("$1" "$2" --help) <("${folders[$other]}/$other" --help) >&2 || status=1
 }
 
 declare -A folders  # of each program

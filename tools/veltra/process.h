@@ -77,7 +77,8 @@ class Interruption {
     std::unique_ptr<Watcher> watcher_;
 };
 
-/// Puts another program, looked for beside this one and then in PATH, into the place of this one:
+/// Puts another program, looked for beside this one, where the build leaves it, and then in PATH,
+/// into the place of this one:
 /// same process, same environment. Returns the exit status for want of it, with a complaint. There
 /// is nothing to become on Windows.
 int becomeProgram(const std::string& name, const std::vector<char*>& arguments);

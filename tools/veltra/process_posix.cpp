@@ -186,9 +186,13 @@ int becomeProgram(const std::string& name, const std::vector<char*>& arguments) 
     all.insert(all.end(), arguments.begin(), arguments.end());
     all.push_back(nullptr);
 
+    // Where programs are installed together, then where a build leaves the gateway's.
     const auto folder = ownFolder();
+    errno = ENOENT;
     if (!folder.empty()) execv((folder / name).c_str(), all.data());
-    if (folder.empty() || errno == ENOENT) execvp(name.c_str(), all.data());
+    if (!folder.empty() && errno == ENOENT)
+        execv((folder.parent_path() / "gateway" / name).c_str(), all.data());
+    if (errno == ENOENT) execvp(name.c_str(), all.data());
     const int reason = errno;
     if (reason == ENOENT) {
         complain("veltra: there is no " + name + " beside veltra nor in PATH");
