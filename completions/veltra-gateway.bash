@@ -4,7 +4,8 @@
 _veltra_gateway() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
   local offers='--address --port --tls --ca-out --key --keys-file --area-domain --storage-domain
-    --upload-lifetime --templates --fault --ready-file --json --help'
+    --upload-lifetime --templates --model-url --model --model-key-file --model-ca-file
+    --model-timeout --model-concurrency --fault --ready-file --json --help'
   # The = of an option or a fault may stand as a word of its own.
   if [[ $word == = ]]; then
     word=''
@@ -15,17 +16,18 @@ _veltra_gateway() {
   COMPREPLY=()
 
   case $before in
-    --ca-out | --keys-file | --templates | --ready-file)
+    --ca-out | --keys-file | --templates | --model-key-file | --model-ca-file | --ready-file)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return ;;
     --address) offers='127.0.0.1 ::1' ;;
     --fault) compopt -o nospace
-      offers='kind= path=' ;;
+      offers='kind= on= path=' ;;
+    *on=) offers='query probe token slots feedback withdrawal push' ;;
     *kind=) offers='status delay close reset reset-in-headers reset-in-body cut-body stall
       stall-in-body garbage bad-json empty-body reject-token refuse' ;;
     *=) return ;;
-    --port | --key | --area-domain | --storage-domain | --upload-lifetime) return ;;
+    --port | --key | --area-domain | --storage-domain | --upload-lifetime | --model*) return ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$offers" -- "$word")
 }

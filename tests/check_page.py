@@ -13,14 +13,19 @@ import ssl
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import urllib.error
 import urllib.request
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 SKIPPED = 77
 PATIENCE = 20  # seconds, for each thing waited for
 TOKEN = "/api/tmqgw/v1/token/get"
+QUERY = "/api/tmqgw/aillm/v1/third/text/prompt/by/template/analysis"
+FEEDBACK = "/api/tmqgw/aillm/v1/satisfaction/feedback"
 HOSTILE = '<img src=x onerror="document.title=`owned`"><script>document.title="owned"</script>'
+HEBREW = "\u05e9\u05dc\u05d5\u05dd"
 TAB, ENTER, SPACE, DOWN = "\ue004", "\ue007", " ", "\ue015"
 
 
@@ -68,6 +73,25 @@ class Program:
 
 def gateway(program, *options):
     return Program([program, "--key", "demo:the-secret", *options], r"listening on (\S+)")
+
+
+class Model(BaseHTTPRequestHandler):
+    """Stands in for a model's server: it answers what the prompt ends with, once or many times."""
+
+    def do_POST(self):
+        asked = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
+        text, _, times = asked["messages"][-1]["content"].removesuffix(".").partition(" times ")
+        told = {"choices": [{"message": {"content": text.split("to ")[-1] * int(times or 1)},
+                             "finish_reason": "length"}],
+                "usage": {"prompt_tokens": 7, "completion_tokens": 1}}
+        body = json.dumps(told).encode()
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def log_message(self, *_):
+        pass
 
 
 class Browser:
@@ -189,6 +213,38 @@ def check_faults(browser, url):
     assert http("POST", url + TOKEN, "x")[0] == 200
 
 
+def check_model(browser, url):
+    """Prompt, answer and feedback of a query stand together, and whatever they hold is shown only."""
+    browser.complaints()  # of what came before
+    browser.open(url + "/")
+    told = json.loads(http("POST", url + TOKEN, '{"appKey":"demo","secretKey":"the-secret"}')[1])
+    bearer = {"Authorization": "Bearer " + told["data"]["accessToken"]}
+    http("POST", url + QUERY, "")
+    for number, place in enumerate((HOSTILE, HEBREW + "\u202e" + HEBREW, "x times 1048576")):
+        http("POST", url + QUERY, json.dumps({
+            "traceId": f"trace-{number}", "promptKey": "greeting",
+            "replaceElements": {"name": "Ada", "place": place}}), bearer)
+    http("POST", url + FEEDBACK, json.dumps({
+        "traceId": "trace-0", "satisfactionType": 2, "feedbackType": 1, "feedbackImageKeys": [],
+        "feedbackDescription": HOSTILE, "country": "", "clientVersion": ""}), bearer)
+    browser.shows("#requests li:nth-child(5)", "probe\n200, reached")
+    browser.shows("#requests li:nth-child(4)", "stopped by length\n1 feedback")
+    browser.run("document.querySelectorAll('#requests > li > details').forEach(d => d.open = true)")
+    browser.shows("#requests li:nth-child(4)", f"bytes\nHello Ada, welcome to {HOSTILE}.\nModel’s answer")
+    browser.shows("#requests li:nth-child(4)", f"bytes\n{HOSTILE}\n\nmodel tiny, ")
+    browser.shows("#requests li:nth-child(4)", " ms, 7 tokens of the prompt, 1 token of the answer, stopped")
+    browser.shows("#requests li:nth-child(4)", f"on trace id trace-0: satisfaction 2, type 1, “{HOSTILE}”")
+    browser.shows("#requests li:nth-child(3)", f"bytes\n{HEBREW}\\u202e{HEBREW}\n\nmodel")
+    direction = "return getComputedStyle(document.querySelectorAll(arguments[0])[1]).direction"
+    assert browser.run(direction, "#requests li:nth-child(3) pre") == "rtl"
+    assert browser.run(direction, "#requests li:nth-child(4) pre") == "ltr"
+    browser.shows("#requests li:nth-child(2)", "Shown are the first 16384 of 1048576 bytes.\n\nmodel")
+    assert browser.run("return document.title") == "Veltra gateway", "an answer became markup"
+    assert "the-key" not in browser.run("return document.documentElement.innerHTML")
+    assert browser.complaints() == []
+    check_narrow(browser)
+
+
 def check_strangers(browser, url):
     """A page from elsewhere, even one whose name leads to loopback, reaches nothing."""
     assert browser.complaints() == []
@@ -234,6 +290,7 @@ def main(program):
     signal.signal(signal.SIGALRM, give_up)
     signal.signal(signal.SIGTERM, give_up)
     signal.alarm(100)
+    os.environ["VELTRA_MODEL_KEY"] = "the-key"
     with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder, \
             Program(["chromedriver", "--port=0"], r"successfully on port (\d+)",
                     env={**os.environ, "HOME": folder}) as driver, \
@@ -244,9 +301,12 @@ def main(program):
             check_strangers(browser, plain.where)
             check_narrow(browser)
             check_restart(browser, program, plain.where, plain)
-        with gateway(program, "--tls") as tls:
-            browser.open(tls.where + "/")
-            browser.shows("#live", "live")
+        with ThreadingHTTPServer(("127.0.0.1", 0), Model) as model, \
+                gateway(program, "--tls", "--model", "tiny",
+                        "--model-url", f"http://127.0.0.1:{model.server_port}/v1") as tls:
+            threading.Thread(target=model.serve_forever, daemon=True).start()
+            check_model(browser, tls.where)
+            model.shutdown()
     return 0
 
 

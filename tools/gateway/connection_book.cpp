@@ -12,20 +12,33 @@ std::uint64_t ConnectionBook::opened(int relayPort, bool isLoopback) {
     {
         const std::scoped_lock lock(mutex_);
         number = ++accepted_;
-        peers_[relayPort] = {number, isLoopback};
+        open_[relayPort] = {number, isLoopback, {}};
     }
     changed();
     return number;
 }
 
+void ConnectionBook::clientEnded(int relayPort, std::uint64_t connection) {
+    sourceOf(relayPort, connection).request_stop();
+}
+
 void ConnectionBook::closed(int relayPort, std::uint64_t connection) {
+    clientEnded(relayPort, connection);
     {
         const std::scoped_lock lock(mutex_);
         // The port may already serve a later connection, if the server closed first.
-        const auto peer = peers_.find(relayPort);
-        if (peer != peers_.end() && peer->second.connection == connection) peers_.erase(peer);
+        const auto found = open_.find(relayPort);
+        if (found != open_.end() && found->second.connection == connection) open_.erase(found);
     }
     changed();
+}
+
+// What waits for the stop runs in the asker's thread: not under the lock.
+std::stop_source ConnectionBook::sourceOf(int relayPort, std::uint64_t connection) const {
+    const std::scoped_lock lock(mutex_);
+    const auto found = open_.find(relayPort);
+    const bool isOpen = found != open_.end() && found->second.connection == connection;
+    return isOpen ? found->second.gone : std::stop_source(std::nostopstate);
 }
 
 void ConnectionBook::stallBegan() {
@@ -54,8 +67,12 @@ void ConnectionBook::heard(std::uint64_t connection, const char* data, std::size
 
 ConnectionBook::Peer ConnectionBook::peer(int relayPort) const {
     const std::scoped_lock lock(mutex_);
-    const auto found = peers_.find(relayPort);
-    return found == peers_.end() ? Peer{} : found->second;
+    const auto found = open_.find(relayPort);
+    if (found != open_.end())
+        return {found->second.connection, found->second.isLoopback, found->second.gone.get_token()};
+    std::stop_source gone;
+    gone.request_stop();
+    return {0, false, gone.get_token()};
 }
 
 std::uint64_t ConnectionBook::accepted() const {

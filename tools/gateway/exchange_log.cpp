@@ -20,6 +20,14 @@ std::size_t sizeOf(const Exchange& exchange) {
            sizeOf(request.headers);
 }
 
+std::size_t sizeOf(const Answer& answer) {
+    std::size_t size = answer.body.size() + sizeOf(answer.headers) + answer.traceId.size();
+    if (answer.model)
+        size +=
+            answer.model->model.size() + answer.model->prompt.size() + answer.model->answer.size();
+    return size;
+}
+
 std::size_t sizeOf(const std::vector<Fault>& faults) {
     std::size_t size = 0;
     for (const auto& fault : faults)
@@ -38,9 +46,23 @@ Request cut(const Request& request, std::size_t maxBody) {
             request.connection};
 }
 
+ModelCall cut(const ModelCall& call, std::size_t maxBody) {
+    return {call.model,
+            call.prompt.substr(0, maxBody),
+            call.answer.substr(0, maxBody),
+            call.promptSize,
+            call.answerSize,
+            call.took,
+            call.promptTokens,
+            call.answerTokens,
+            call.stoppedByLength};
+}
+
 Answer cut(const Answer& answer, std::size_t maxBody) {
-    return {answer.status, answer.body.substr(0, maxBody), answer.headers, answer.chunked,
-            answer.announcedLength};
+    Answer made{answer.status,  answer.body.substr(0, maxBody), answer.headers,
+                answer.chunked, answer.announcedLength,         answer.traceId};
+    if (answer.model) made.model = cut(*answer.model, maxBody);
+    return made;
 }
 
 Exchange cut(const Exchange& exchange, std::size_t maxBody) {
@@ -94,7 +116,7 @@ void ExchangeLog::end(std::uint64_t number, const Answer* answer, std::size_t se
     if (!recordsAnswers_) return;
     std::optional<Answer> kept;
     if (answer != nullptr) kept = cut(*answer, maxBody_);
-    const auto moreBytes = kept ? kept->body.size() + sizeOf(kept->headers) : 0;
+    const auto moreBytes = kept ? sizeOf(*kept) : 0;
     change(number, moreBytes, [&](Record& record) {
         auto& exchange = record.exchange;
         exchange.took =

@@ -1,5 +1,7 @@
 #include "faults.h"
 
+#include "request_kind.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -37,14 +39,21 @@ bool assign(Fault& fault, std::string_view name, std::string_view value) {
     if (name == "code") return fault.code = value, true;
     if (name == "number") return readNumber(value, fault.number);
     if (name == "times") return readNumber(value, fault.times);
+    if (name == "on") {
+        const auto on = requestKindFrom(value);
+        fault.on = on.value_or(RequestKind::Any);
+        return on.has_value();
+    }
     if (name != "kind") return false;
     const auto kind = kindFrom(value);
     fault.kind = kind.value_or(FaultKind::Status);
     return kind.has_value();
 }
 
-bool meets(const Fault& fault, std::string_view path) {
+bool meets(const Fault& fault, const Request& request) {
     if (fault.times == 0) return false;
+    if (fault.on != RequestKind::Any && fault.on != kindOf(request)) return false;
+    const std::string_view path = request.path;
     const std::string_view wanted = fault.path;
     if (!wanted.empty() && wanted.back() == '$')
         return path.substr(0, path.find('?')) == wanted.substr(0, wanted.size() - 1);
@@ -114,11 +123,11 @@ std::vector<Fault> FaultList::all() const {
     return faults_;
 }
 
-std::vector<Fault> FaultList::take(std::string_view path) {
+std::vector<Fault> FaultList::take(const Request& request) {
     const std::scoped_lock lock(mutex_);
     std::vector<Fault> taken;
     for (auto& fault : faults_) {
-        if (!meets(fault, path)) continue;
+        if (!meets(fault, request)) continue;
         if (fault.times > 0) --fault.times;
         taken.push_back(fault);
         if (fault.kind != FaultKind::Delay) break;

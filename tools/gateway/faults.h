@@ -21,8 +21,8 @@ class FaultList {
     bool remove(std::uint64_t id);
     void clear();
     std::vector<Fault> all() const;
-    /// What meets a request with that path, each use counted: delays, then at most one other.
-    std::vector<Fault> take(std::string_view path);
+    /// What meets the request, each use counted: delays, then at most one other.
+    std::vector<Fault> take(const Request& request);
 
  private:
     mutable std::mutex mutex_;

@@ -19,6 +19,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <stop_token>
 
 namespace gateway {
 namespace {
@@ -82,7 +83,7 @@ class Gateway::Impl {
  private:
     std::vector<Fault> faultsFor(const Request& request);
     HttpReply told(const Request& request, HttpReply reply, const Fault* fault);
-    Answer answerOf(const Request& request);
+    Answer answerOf(const Request& request, const std::stop_token& left);
 };
 
 bool Gateway::Impl::start() {
@@ -92,6 +93,7 @@ bool Gateway::Impl::start() {
     }
     const SignalsBlocked blocked;
     try {
+        roads_.connectModel();
         if (!stage_.listen(options_.address, options_.port, options_.maxConnections, reason_))
             return false;
         baseUrl_ = (options_.tls ? "https://" : "http://") + hostOf(options_.address) + ':' +
@@ -142,7 +144,7 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
     changes_.note();
     const auto faults = faultsFor(request);
     log_.addFaults(request.number, faults);
-    const auto ownAnswer = [&] { return answerOf(request); };
+    const auto ownAnswer = [&] { return answerOf(request, peer.gone); };
     for (const auto& fault : faults) {
         if (fault.kind != FaultKind::Delay)
             return told(request, replyWith(fault, ownAnswer, stage_, from.relayPort), &fault);
@@ -152,7 +154,7 @@ HttpReply Gateway::Impl::handle(HttpRequest from) {
 }
 
 std::vector<Fault> Gateway::Impl::faultsFor(const Request& request) {
-    auto faults = faults_.take(request.path);
+    auto faults = faults_.take(request);
     auto picked = options_.pickFault ? options_.pickFault(request) : std::nullopt;
     if (picked) faults.push_back(std::move(*picked));
     return faults;
@@ -170,13 +172,13 @@ void Gateway::Impl::afterwards(const HttpRequest& request, int status) const {
         options_.onStopRequest();
 }
 
-Answer Gateway::Impl::answerOf(const Request& request) {
+Answer Gateway::Impl::answerOf(const Request& request, const std::stop_token& left) {
     {
         const std::scoped_lock lock(mutex_);
         const auto found = answers_.find(request.path);
         if (found != answers_.end()) return found->second;
     }
-    return roads_.answer(request);
+    return roads_.answer(request, left);
 }
 
 Gateway::Gateway(Options options) : impl_(std::make_unique<Impl>(*this, std::move(options))) {}
@@ -211,6 +213,11 @@ std::chrono::system_clock::time_point Gateway::startTime() const {
 
 std::string Gateway::caPem() const {
     return impl_->identity_ ? impl_->identity_->authorityPem : std::string();
+}
+
+std::string Gateway::modelName() const {
+    const auto& model = impl_->options_.model;
+    return model.url.empty() ? std::string() : model.name;
 }
 
 std::vector<Request> Gateway::requests() const {

@@ -37,15 +37,20 @@ struct KeyPair {
     std::string secretKey;
 };
 
-/// {{name}} in the text is replaced by the query's element of that name.
+/// {{name}} in the text is replaced by the query's element of that name. The rest is for a model.
 struct Template {
     std::string key;
     std::string text;
+    std::string system = {};  ///< Instructions, sent as they stand; empty: none.
+    std::string model = {};   ///< Empty: ModelOptions::name.
+    std::optional<double> temperature = {};
+    std::optional<std::int32_t> maxTokens = {};
 };
 
 /// The three templates of templates.json, as they were when the gateway was built.
 std::vector<Template> shippedTemplates();
-/// Reads {"templates":[{"key":...,"text":...},...]}; nothing and a reason when it is not that.
+/// Reads {"templates":[{"key":...,"text":...},...]}; nothing and a reason, with its place, when it
+/// is not that or holds more than a template has.
 std::optional<std::vector<Template>> parseTemplates(const std::string& json, std::string& reason);
 
 /// What is wrong with the server's certificate. caPem() always gives a sound authority.
@@ -55,6 +60,17 @@ struct Answer;
 struct Fault;
 struct Request;
 
+/// A server that speaks the chat completions protocol, whose model answers rendered templates.
+struct ModelOptions {
+    std::string url;     ///< What comes before "/chat/completions"; empty: no model.
+    std::string name;    ///< Asked for by templates that name no model of their own.
+    std::string key;     ///< Sent as a bearer token; empty: none.
+    std::string caFile;  ///< Authorities to trust, in PEM; empty: the system's.
+    std::chrono::milliseconds timeout{100000};  ///< Of a query, waiting for its turn included.
+    std::size_t concurrency = 4;  ///< Requests under way; further ones wait for their turn.
+    std::size_t maxAnswerBytes = std::size_t{16} << 20;
+};
+
 struct Options {
     std::string address = "127.0.0.1";  ///< Numeric, IPv4 or IPv6.
     int port = 0;                       ///< 0: one that the system picks.
@@ -62,14 +78,16 @@ struct Options {
     Certificate certificate = Certificate::Good;
     std::vector<KeyPair> keys;  ///< The pairs that get a token.
     std::vector<Template> templates = shippedTemplates();
+    ModelOptions model = {};
     std::string areaDomain;  ///< What token answers name as the domain to use; empty: baseUrl().
     std::chrono::seconds tokenLifetime{7200};
     std::string storageDomain;                 ///< What upload URLs begin with; empty: baseUrl().
     std::chrono::seconds uploadLifetime{600};  ///< Of upload URLs; 0: late as soon as made.
-    std::string forbiddenText = "forbidden";   ///< In "inputWords" it gets the query refused.
-    std::chrono::seconds idleTimeout{60};      ///< Kept connections are closed after so long.
-    std::size_t maxConnections = 256;          ///< Further ones wait for their turn to be accepted.
-    std::size_t maxRecordedRequests = 10000;   ///< The oldest are forgotten beyond it.
+    /// In "inputWords", or with "checkOutput" in the answer's text, it gets the query refused.
+    std::string forbiddenText = "forbidden";
+    std::chrono::seconds idleTimeout{60};     ///< Kept connections are closed after so long.
+    std::size_t maxConnections = 256;         ///< Further ones wait for their turn to be accepted.
+    std::size_t maxRecordedRequests = 10000;  ///< The oldest are forgotten beyond it.
     std::size_t maxRecordedBytes = std::size_t{64} << 20;
     std::size_t maxRecordedBody = std::size_t{16} << 20;  ///< A longer body is recorded cut.
     /// Answers and the faults that met a request are recorded with it, in the same room. Without
@@ -146,6 +164,12 @@ enum class FaultKind {
     RefuseCode    ///< Refuses with errorCode `code` and message `text`.
 };
 
+/// What a request is for. A query without a body is a probe: it asks whether the gateway is there.
+enum class RequestKind { Any, Token, Query, Probe, Slots, Feedback, Withdrawal, Push };
+
+/// Any when it is none of the others.
+RequestKind kindOf(const Request& request);
+
 struct Fault {
     std::string path;  ///< Meets requests whose path begins so, or is just that if it ends in '$';
                        ///< empty: all but /control/ and the page.
@@ -153,13 +177,28 @@ struct Fault {
     std::int64_t number = 0;
     std::string code = {};
     std::string text = {};
-    int times = -1;        ///< How many requests it meets; negative: every one.
-    std::uint64_t id = 0;  ///< Given by addFault().
+    int times = -1;                     ///< How many requests it meets; negative: every one.
+    std::uint64_t id = 0;               ///< Given by addFault().
+    RequestKind on = RequestKind::Any;  ///< Meets requests of that kind alone.
 };
 
-/// Reads "path=/api,kind=reset,times=2,number=10,code=1001,text=..."; all but kind may be absent.
+/// Reads "on=query,kind=reset,times=2,number=10,code=1001,path=/api,text=..."; all but kind may be
+/// absent.
 /// The text comes last and may hold commas. Kinds are written as in docs/local-gateway.md.
 std::optional<Fault> parseFault(const std::string& text, std::string& reason);
+
+/// What passed between the gateway and the model for a query.
+struct ModelCall {
+    std::string model;           ///< The name that was asked for.
+    std::string prompt;          ///< The template as rendered; cut in a record like a body.
+    std::string answer;          ///< As the model gave it; empty when it gave none.
+    std::size_t promptSize = 0;  ///< The bytes of the whole prompt,
+    std::size_t answerSize = 0;  ///< and of the whole answer.
+    std::chrono::milliseconds took{0};
+    std::optional<std::int64_t> promptTokens;  ///< As the model's server counts them, if it does.
+    std::optional<std::int64_t> answerTokens;
+    bool stoppedByLength = false;  ///< The answer ends where a limit on its length was met.
+};
 
 /// An answer given in place of a road's own.
 struct Answer {
@@ -169,6 +208,9 @@ struct Answer {
     bool chunked = false;  ///< Sent in chunks, without its length.
     /// Told in place of the body's own length.
     std::optional<std::size_t> announcedLength = {};
+    /// For the record, not sent: the trace id of the request, and what the model did for it.
+    std::string traceId = {};
+    std::optional<ModelCall> model = {};
 };
 
 /// A request and what became of it.
@@ -219,6 +261,8 @@ class Gateway {
     std::chrono::system_clock::time_point startTime() const;
     /// The certificate authority to trust, made anew by each start; empty without TLS.
     std::string caPem() const;
+    /// The name of the model behind it; empty without one.
+    std::string modelName() const;
 
     std::vector<Request> requests() const;
     /// The exchanges, those of the newest requests, that changed after that revision; their bodies

@@ -12,22 +12,26 @@ struct NoOutput {
     void Put(char) {}
 };
 
-bool isUtf8(const std::string& text) {
-    rapidjson::MemoryStream in(text.data(), text.size());
-    NoOutput out;
-    while (in.Tell() < text.size())
-        if (!rapidjson::UTF8<>::Validate(in, out)) return false;
-    return in.Tell() == text.size();
+rapidjson::Document parse(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
+        text.data(), text.size());
+    return document;
 }
 
 }  // namespace
 
 rapidjson::Document parseJson(const std::string& text) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
-        text.data(), text.size());
+    auto document = parse(text);
     if (document.HasParseError()) document.SetNull();
     return document;
+}
+
+std::string placeOfJsonError(const std::string& text) {
+    const auto document = parse(text);
+    const auto end = document.HasParseError() ? document.GetErrorOffset() : text.size();
+    const auto whole = std::string_view(text).substr(0, end);
+    return "line " + std::to_string(1 + std::count(whole.begin(), whole.end(), '\n'));
 }
 
 const rapidjson::Value* member(const rapidjson::Value& value, const char* name) {
@@ -49,6 +53,14 @@ void write(JsonWriter& writer, std::string_view text) {
 void write(JsonWriter& writer, std::string_view name, std::string_view text) {
     write(writer, name);
     write(writer, text);
+}
+
+bool isUtf8(const std::string& text) {
+    rapidjson::MemoryStream in(text.data(), text.size());
+    NoOutput out;
+    while (in.Tell() < text.size())
+        if (!rapidjson::UTF8<>::Validate(in, out)) return false;
+    return in.Tell() == text.size();
 }
 
 std::optional<std::string> readableText(const std::string& bytes, bool isCut) {

@@ -20,7 +20,7 @@ const kPatienceMs = 10000;
 const kAnnounceMs = 10000;
 const kSecret = '••••••';
 
-const roads = [...byId('road').options].slice(1, -1).map((o) => [o.value, o.text]);
+const roads = new Map([...byId('road').options].slice(0, -1).map((o) => [o.value, o.text]));
 const kinds = new Map([...byId('kind').options].map((option) => [option.value, option]));
 const rows = new Map();  // by the request's number
 let run = 0;             // which start of the gateway the rows are from
@@ -97,7 +97,7 @@ function showLive(live) {
 function show(answer) {
   byId('where').textContent = `${answer.baseUrl} · since ${new Date(run).toLocaleString('sv')} · ` +
     `${plural(answer.connections, 'connection')}, ${answer.stalled} stalled · ` +
-    `${plural(answer.tokensIssued, 'token')} issued`;
+    `${plural(answer.tokensIssued, 'token')} issued` + (answer.model ? ` · model ${visible(answer.model)}` : '');
   showFaults(answer.faults);
   if (paused) return;
   forgetBefore(answer.oldest);
@@ -123,10 +123,8 @@ function announceNew(count) {
 
 // --- faults --------------------------------------------------------------------------------------
 
-const roadName = (path) => {
-  const found = roads.find(([road]) => road === path);
-  return found ? found[1] : path === '' ? 'every request' : path;
-};
+const meets = ({on, path}) =>
+  path === '' ? roads.get(on) : on === '' ? path : `${roads.get(on)}, ${path}`;
 
 function describe(fault) {
   const kind = kinds.get(fault.kind);
@@ -144,10 +142,10 @@ function faultItem(fault) {
   const remove = make('button', '', 'Remove');
   remove.type = 'button';
   remove.dataset.id = fault.id;
-  remove.setAttribute('aria-label', `Remove: ${describe(fault)}, ${roadName(fault.path)}`);
+  remove.setAttribute('aria-label', `Remove: ${describe(fault)}, ${meets(fault)}`);
   remove.addEventListener('click', () => removeFault(fault));
   return make('li', '', make('div', '', describe(fault),
-    make('span', 'muted', `${roadName(fault.path)} · ${left}`)), remove);
+    make('span', 'muted', `${meets(fault)} · ${left}`)), remove);
 }
 
 function showFaults(faults) {
@@ -180,7 +178,7 @@ function fitFields() {
   [number.min, number.max, number.value] =
     [dataset.min || 0, dataset.max || Number.MAX_SAFE_INTEGER, dataset.start || ''];
   byId('code').required = !byId('code').disabled;
-  byId('path-field').hidden = byId('road').value !== 'other';
+  byId('path-field').hidden = byId('road').value !== 'path';
   byId('path').required = !byId('path-field').hidden;
 }
 
@@ -188,7 +186,8 @@ function faultFromForm() {
   const road = byId('road').value;
   const value = (name) => byId(name).disabled ? '' : byId(name).value;
   return {
-    path: road === 'other' ? byId('path').value : road,
+    on: road === 'path' ? '' : road,
+    path: road === 'path' ? byId('path').value : '',
     kind: byId('kind').value,
     number: Number(value('number')),
     code: value('code'),
@@ -209,19 +208,28 @@ function forgetBefore(number) {
 }
 
 function showExchange(exchange) {
-  let row = rows.get(exchange.number);
-  if (!row) row = addRow(exchange.number);
+  const row = rows.get(exchange.number) || addRow(exchange.number);
   row.exchange = exchange;
-  row.summary.replaceChildren(...summaryOf(exchange));
-  row.fill();
+  row.refresh();
+  if (isFeedback(exchange)) rows.forEach((other) => { if (isAbout(exchange, other.exchange)) other.refresh(); });
 }
+
+// A feedback that was taken, and the query that it is about.
+const isFeedback = ({on, traceId}) => on === 'feedback' && Boolean(traceId);
+const isAbout = (feedback, query) => query.on === 'query' && query.traceId === feedback.traceId;
+const feedbacksOn = (query) => !query.traceId ? [] : [...rows.values()].map((row) => row.exchange)
+  .filter((other) => isFeedback(other) && isAbout(other, query));
 
 function addRow(number) {
   const summary = make('summary', '');
   const inside = make('div', 'inside');
   const details = make('details', '', summary, inside);
-  const row = {summary, item: make('li', '', details), exchange: null};
+  const row = {item: make('li', '', details), exchange: {}};
   row.fill = () => inside.replaceChildren(...(details.open ? insideOf(row.exchange) : []));
+  row.refresh = () => {
+    summary.replaceChildren(...summaryOf(row.exchange));
+    row.fill();
+  };
   details.addEventListener('toggle', row.fill);
   row.item.dataset.number = number;
   const next = [...byId('requests').children].find((li) => Number(li.dataset.number) < number);
@@ -233,20 +241,20 @@ function addRow(number) {
 function summaryOf(exchange) {
   const time = new Date(exchange.timeMs);
   const milliseconds = String(time.getMilliseconds()).padStart(3, '0');
-  const path = exchange.path.split('?')[0];
-  const road = roads.find(([known]) => known.endsWith('/') ? path.startsWith(known)
-    : path === known.replace('$', ''));
   const badges = exchange.faults.map((fault) => make('span', 'badge odd', `fault: ${fault.kind}`));
+  if (exchange.model?.stoppedByLength) badges.push(make('span', 'badge odd', 'stopped by length'));
+  const feedbacks = exchange.on === 'query' ? feedbacksOn(exchange).length : 0;
+  if (feedbacks > 0) badges.push(make('span', 'badge', plural(feedbacks, 'feedback')));
   return [
     make('span', 'time', `${time.toLocaleTimeString('en-GB')}.${milliseconds}`),
-    make('span', 'road', road ? road[1] : 'unknown road'),
+    make('span', 'road', exchange.on ? roads.get(exchange.on) : 'unknown road'),
     make('span', 'badges', outcome(exchange), ...badges),
     make('span', 'path', `${exchange.method} ${hideSignature(exchange.path)}`),
   ];
 }
 
 // The gateway refuses with status 200: what counts is the answer's own code.
-function outcome({tookMs, answer}) {
+function outcome({on, tookMs, answer}) {
   if (tookMs === undefined) return make('span', 'badge', 'under way');
   if (!answer) return make('span', 'badge bad', 'no answer');
   if (answer.status !== 200) return make('span', 'badge bad', `${answer.status}`);
@@ -256,6 +264,8 @@ function outcome({tookMs, answer}) {
   const parsed = parse(answer.body.text);
   if (parsed === undefined) return make('span', 'badge bad', '200, not JSON');
   const code = parsed && parsed.errorCode;
+  // A probe asks whether anybody is there: any answer says so.
+  if (on === 'probe' && typeof code === 'string') return make('span', 'badge good', '200, reached');
   return typeof code === 'string' && code !== '0' ? make('span', 'badge odd', `200, refused: ${code}`)
     : make('span', 'badge good', '200');
 }
@@ -268,10 +278,14 @@ function parse(text) {
   }
 }
 
-function insideOf({number, connection, tookMs, headers, body, faults, answer}) {
+function insideOf(exchange) {
+  const {number, connection, tookMs, headers, body, faults, answer, traceId, model} = exchange;
   const took = tookMs === undefined ? 'no answer yet' : `${tookMs} ms`;
   const parts = [make('p', 'took', `request ${number}, connection ${connection}, ${took}`)];
+  if (traceId) parts.push(make('p', 'took', 'trace id ', make('bdi', '', traceId)));
   for (const fault of faults) parts.push(make('p', '', `Fault: ${describe(fault)}`));
+  if (model) parts.push(...modelParts(model));
+  if (exchange.on === 'query') parts.push(...feedbacksOn(exchange).map(feedbackPart));
   parts.push(...message('Request', headers, body));
   if (answer) parts.push(...message('Answer', answer.headers, answer.body));
   if (answer && answer.sent < answer.body.size)
@@ -281,20 +295,45 @@ function insideOf({number, connection, tookMs, headers, body, faults, answer}) {
   return parts;
 }
 
+function modelParts({name, prompt, answer, tookMs, promptTokens, answerTokens, stoppedByLength}) {
+  const counts = [[promptTokens, 'of the prompt'], [answerTokens, 'of the answer']]
+    .filter(([count]) => count !== undefined).map(([count, what]) => `${plural(count, 'token')} ${what}`);
+  return [
+    ...textParts('Prompt as rendered', prompt, prompt.text),
+    ...textParts('Model’s answer', answer, answer.text),
+    make('p', 'took', [`model ${name}`, `${tookMs} ms`, ...counts].join(', ') +
+      (stoppedByLength ? ', stopped by length' : '')),
+  ];
+}
+
+function feedbackPart({number, traceId, body}) {
+  const told = parse(body.text) || {};
+  return make('p', '', `Feedback, request ${number}, on trace id `, make('bdi', '', traceId),
+    `: satisfaction ${told.satisfactionType ?? '…'}, type ${told.feedbackType ?? '…'}, `,
+    make('bdi', '', `“${told.feedbackDescription ?? '…'}”`));
+}
+
 function message(title, headers, body) {
+  const parts = textParts(title, body, body.text === undefined ? undefined : hideSecrets(body.text), ' body');
   const lines = headers.map(([name, value]) => `${name}: ${hideHeader(name, value)}`).join('\n');
-  const parts = [make('h3', '', `${title}, ${plural(body.size, 'byte')}`)];
-  if (body.size > 0) {
-    const text = make('pre', '', body.text === undefined ? hexLines(body.hex) : hideSecrets(body.text));
-    text.tabIndex = 0;  // a long one scrolls
-    text.setAttribute('role', 'group');
-    text.setAttribute('aria-label', `${title} body`);
-    parts.push(text);
-  }
-  if (body.shown < body.size)
-    parts.push(make('p', 'muted', `Shown are the first ${body.shown} of ${body.size} bytes` +
-      (body.text === undefined ? ', in hexadecimal.' : '.')));
   if (lines) parts.push(make('details', '', make('summary', '', `${title} headers`), make('pre', '', lines)));
+  return parts;
+}
+
+// A text, or bytes that are none, under its title and with its whole length.
+function textParts(title, {size, shown, hex}, text, label = '') {
+  const parts = [make('h3', '', `${title}, ${plural(size, 'byte')}`)];
+  if (size > 0) {
+    const block = make('pre', '', text === undefined ? hexLines(hex) : text);
+    block.tabIndex = 0;  // a long one scrolls
+    block.dir = 'auto';  // as its first letter is written
+    block.setAttribute('role', 'group');
+    block.setAttribute('aria-label', `${title}${label}`);
+    parts.push(block);
+  }
+  if (shown < size)
+    parts.push(make('p', 'muted', `Shown are the first ${shown} of ${size} bytes` +
+      (text === undefined ? ', in hexadecimal.' : '.')));
   return parts;
 }
 

@@ -67,6 +67,7 @@ void Relay::readClient() {
     }
     if (result == Io::End) {
         clientEnded_ = true;
+        book_.clientEnded(relayPort_, number_);
     } else {
         book_.heard(number_, block.data(), size);
         toServer_.append(block.data(), size);

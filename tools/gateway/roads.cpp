@@ -13,10 +13,10 @@ namespace {
 constexpr std::size_t kMaxTokens = 10000;
 constexpr std::string_view kBearer = "Bearer ";
 
-std::map<std::string, std::string> byKey(const std::vector<Template>& templates) {
-    std::map<std::string, std::string> map;
-    for (const auto& [key, text] : templates)
-        map[key] = text;
+std::map<std::string, Template> byKey(const std::vector<Template>& templates) {
+    std::map<std::string, Template> map;
+    for (const auto& entry : templates)
+        map[entry.key] = entry;
     return map;
 }
 
@@ -31,20 +31,35 @@ bool readElements(const rapidjson::Value& body, std::map<std::string, std::strin
     return true;
 }
 
-bool readWords(const rapidjson::Value& body, std::vector<std::string>& words) {
-    const auto* config = member(body, "sensitiveContentCfg");
-    if (config == nullptr) return true;
-    const auto* list = member(*config, "inputWords");
+// What the gateway is asked to look at besides rendering.
+struct Screening {
+    std::vector<std::string> words;
+    bool ofAnswer = false;
+};
+
+bool readTexts(const rapidjson::Value& config, const char* name, std::vector<std::string>& texts) {
+    const auto* list = member(config, name);
     if (list == nullptr || !list->IsArray()) return false;
-    for (const auto& word : list->GetArray()) {
-        if (!word.IsString()) return false;
-        words.emplace_back(word.GetString(), word.GetStringLength());
+    for (const auto& text : list->GetArray()) {
+        if (!text.IsString()) return false;
+        texts.emplace_back(text.GetString(), text.GetStringLength());
     }
     return true;
 }
 
-std::string_view withoutQuery(std::string_view path) {
-    return path.substr(0, path.find('?'));
+bool readScreening(const rapidjson::Value& body, Screening& screening) {
+    const auto* config = member(body, "sensitiveContentCfg");
+    if (config == nullptr) return true;
+    std::vector<std::string> tags;
+    if (member(*config, "filterTags") != nullptr && !readTexts(*config, "filterTags", tags))
+        return false;
+    screening.ofAnswer = std::find(tags.begin(), tags.end(), "checkOutput") != tags.end();
+    return readTexts(*config, "inputWords", screening.words);
+}
+
+Answer contentRefusal(std::string_view what) {
+    return refusal("083001", std::string(kContentRejected) + ": the " + std::string(what) +
+                                 " is not acceptable");
 }
 
 }  // namespace
@@ -57,19 +72,28 @@ void Roads::setAreaDomain(std::string domain) {
     areaDomain_ = std::move(domain);
 }
 
-Answer Roads::answer(const Request& request) {
-    const auto path = withoutQuery(request.path);
-    if (request.method == "POST" && path == kTokenPath) return token(request.body);
-    if (request.method == "POST" && path == kQueryPath)
-        return withToken(request, [&](const auto& body) { return result(body); });
-    if (request.method == "POST" && path == kFeedbackPath)
-        return withToken(request, [&](const auto& body) { return feedbacks_.submit(body); });
-    if (request.method == "POST" && path == kUploadPath)
-        return withToken(request, [&](const auto& body) { return storage_.grant(body); });
-    if (request.method == "POST" && path == kCancelPath)
-        return withToken(request, [&](const auto& body) { return feedbacks_.withdraw(body); });
-    if (request.method == "PUT" && path.substr(0, kStoragePrefix.size()) == kStoragePrefix)
-        return storage_.put(request);
+void Roads::connectModel() {
+    if (!options_.model.url.empty()) model_ = std::make_unique<Model>(options_.model);
+}
+
+Answer Roads::answer(const Request& request, const std::stop_token& left) {
+    switch (kindOf(request)) {
+        case RequestKind::Token:
+            return token(request.body);
+        case RequestKind::Query:
+        case RequestKind::Probe:
+            return withToken(request, [&](const auto& body) { return result(body, left); });
+        case RequestKind::Slots:
+            return withToken(request, [&](const auto& body) { return storage_.grant(body); });
+        case RequestKind::Feedback:
+            return withToken(request, [&](const auto& body) { return feedbacks_.submit(body); });
+        case RequestKind::Withdrawal:
+            return withToken(request, [&](const auto& body) { return feedbacks_.withdraw(body); });
+        case RequestKind::Push:
+            return storage_.put(request);
+        case RequestKind::Any:
+            break;
+    }
     return refusal("404000", "no such road: " + showable(request.method + ' ' + request.path), 404);
 }
 
@@ -127,28 +151,41 @@ Answer Roads::withToken(const Request& request,
     if (!holds(request.header("Authorization"))) return tokenRefusal();
     const auto document = parseJson(request.body);
     if (!document.IsObject()) return malformed("the body is not a JSON object");
-    return road(document);
+    auto answer = road(document);
+    answer.traceId = textMember(document, "traceId").value_or("");
+    return answer;
 }
 
-Answer Roads::result(const rapidjson::Value& document) const {
+Answer Roads::result(const rapidjson::Value& document, const std::stop_token& left) const {
     const auto promptKey = textMember(document, "promptKey");
     if (!promptKey) return malformed(R"(needs the text "promptKey")");
     std::map<std::string, std::string> elements;
     if (!readElements(document, elements))
         return malformed(R"(needs "replaceElements", an object of texts)");
-    std::vector<std::string> words;
-    if (!readWords(document, words))
-        return malformed(R"("sensitiveContentCfg" needs "inputWords", an array of texts)");
+    Screening screening;
+    if (!readScreening(document, screening))
+        return malformed(
+            R"("sensitiveContentCfg" needs "inputWords" and "filterTags", arrays of texts)");
 
-    const auto text = templates_.find(*promptKey);
-    if (text == templates_.end()) return refusal("404001", "unknown prompt key: " + *promptKey);
-    const auto isForbidden = [&](const std::string& word) {
-        return !options_.forbiddenText.empty() && word.find(options_.forbiddenText) != word.npos;
+    const auto found = templates_.find(*promptKey);
+    if (found == templates_.end()) return refusal("404001", "unknown prompt key: " + *promptKey);
+    if (std::any_of(screening.words.begin(), screening.words.end(),
+                    [&](const std::string& word) { return forbids(word); }))
+        return contentRefusal("input");
+    const auto screened = [&](const std::string& text) {
+        if (screening.ofAnswer && forbids(text)) return contentRefusal("output");
+        return success([&](JsonWriter& writer) { write(writer, "resultStr", text); });
     };
-    if (std::any_of(words.begin(), words.end(), isForbidden))
-        return refusal("083001", std::string(kContentRejected) + ": the input is not acceptable");
-    return success(
-        [&](JsonWriter& writer) { write(writer, "resultStr", render(text->second, elements)); });
+    const auto prompt = render(found->second.text, elements);
+    if (!model_) return screened(prompt);
+    auto [call, refused] = model_->ask(found->second, prompt, left);
+    auto answer = refused ? std::move(*refused) : screened(call.answer);
+    answer.model = std::move(call);
+    return answer;
+}
+
+bool Roads::forbids(const std::string& text) const {
+    return !options_.forbiddenText.empty() && text.find(options_.forbiddenText) != text.npos;
 }
 
 void Roads::expireTokens() {

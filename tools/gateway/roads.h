@@ -3,6 +3,7 @@
 #include "feedbacks.h"
 #include "gateway.h"
 #include "json.h"
+#include "model.h"
 #include "storage.h"
 
 #include <chrono>
@@ -10,7 +11,9 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <unordered_map>
 
@@ -23,8 +26,12 @@ class Roads {
     explicit Roads(const Options& options);
     /// What token answers name from now on.
     void setAreaDomain(std::string domain);
+    /// Has a model answer what templates were rendered to, if the options name one. Throws
+    /// std::runtime_error when they can't be used. Before the first answer.
+    void connectModel();
 
-    Answer answer(const Request& request);
+    /// Made early, whatever it is, once the client has left.
+    Answer answer(const Request& request, const std::stop_token& left);
 
     void expireTokens();
     void setNextToken(std::string text);
@@ -42,10 +49,12 @@ class Roads {
     bool accepts(const std::string& appKey, const std::string& secretKey) const;
     bool holds(const std::string& authorization) const;
     std::string issueToken(std::string& areaDomain);
-    Answer result(const rapidjson::Value& document) const;
+    Answer result(const rapidjson::Value& document, const std::stop_token& left) const;
+    bool forbids(const std::string& text) const;
 
     const Options& options_;
-    const std::map<std::string, std::string> templates_;
+    const std::map<std::string, Template> templates_;
+    std::unique_ptr<Model> model_;
     Feedbacks feedbacks_;
     Storage storage_;
 
