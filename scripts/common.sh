@@ -83,6 +83,9 @@ build_programs() {
   run_quietly cmake --build "$2" --target veltra_program veltra-gateway
 }
 
+# What the gateway of a demo is started with besides.
+gateway_options=()
+
 # run_demo FOLDER [COMMAND...]: starts the gateway that was built in the folder and runs "veltra demo"
 # against it, under the command if there is one. Once a script: how it ends is the script's end.
 run_demo() {
@@ -115,7 +118,7 @@ write_keys() { # FOLDER
 
 start_gateway() { # BUILD FOLDER
   "$1/tools/gateway/veltra-gateway" --tls --ca-out "$2/ca.pem" --keys-file "$2/keys" \
-    --ready-file "$2/url" >"$2/gateway.log" 2>&1 &
+    --ready-file "$2/url" "${gateway_options[@]}" >"$2/gateway.log" 2>&1 &
   gateway_pid=$!
   local tries
   for ((tries = 0; tries < 300; ++tries)); do

@@ -20,9 +20,10 @@ namespace tool {
 namespace {
 
 constexpr const char* kEnd =
-    "Needs a local gateway with its shipped templates. Without keys the pair demo:demo is\n"
-    "used, which veltra-gateway accepts when it is started without --key. The library's records\n"
-    "appear when a step deviates, or all along with --log-level.\n"
+    "Needs a local gateway with its shipped templates; what a model behind it answers is its own\n"
+    "affair. Without keys the pair demo:demo is used, which veltra-gateway accepts when it is\n"
+    "started without --key. The library's records appear when a step deviates, or all along with\n"
+    "--log-level.\n"
     "\nExample:\n"
     "  veltra gateway --port 8080 &\n"
     "  veltra demo --gateway http://127.0.0.1:8080\n";

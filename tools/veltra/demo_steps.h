@@ -35,8 +35,9 @@ class Demo {
     std::string setDomain();
     std::string logIn();
     std::string screen();
+    /// A model's answer is its own; without one the text is as rendered.
     std::string ask(const std::string& promptKey, const Elements& elements,
-                    const std::string& expected);
+                    const std::string& rendered);
     std::string renew();
     std::string refuse();
     std::string giveFeedback();
@@ -48,6 +49,7 @@ class Demo {
     const std::string gateway_;
     const GatewayControl control_;
     const Credentials credentials_;
+    bool hasModel_ = false;
     std::uint64_t lastSeen_ = 0;
     std::string traceId_;     ///< of the last query
     std::string feedbackId_;  ///< of the feedback on it

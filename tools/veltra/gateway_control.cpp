@@ -33,6 +33,13 @@ void GatewayControl::expireTokens() const {
     exchange(Method::Post, "expire-tokens");
 }
 
+std::string GatewayControl::modelName() const {
+    const auto answer = exchange(Method::Get, "state");
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseIterativeFlag>(answer.data(), answer.size());
+    return textMember(document, "model").value_or("");
+}
+
 std::vector<GatewayControl::Seen> GatewayControl::requests() const {
     rapidjson::Document document;
     std::vector<Seen> seen;

@@ -28,6 +28,8 @@ class GatewayControl {
 
     /// All tokens that the gateway handed out become rejected.
     void expireTokens() const;
+    /// The name of the model behind the gateway; empty without one.
+    std::string modelName() const;
     /// In order of arrival; those to the control endpoints aren't among them.
     std::vector<Seen> requests() const;
     std::vector<Picture> pictures() const;
