@@ -136,6 +136,7 @@ class Sandbox:
         self.cut_scripts()
         self.add_builds()
         shutil.copy(ROOT / "examples/quickstart/quickstart.cpp", self.tree)
+        shutil.copy(BUILD / "tests/liblifetime_plugin.so", self.tree / "plugin.so")
         self.home.mkdir()
 
     def cut_scripts(self):
