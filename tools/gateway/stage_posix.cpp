@@ -62,7 +62,7 @@ void Stage::stop() {
 }
 
 void Stage::wake() const {
-    [[maybe_unused]] const auto full = write(wakeWrite_, "", 1);
+    [[maybe_unused]] const auto full = ::write(wakeWrite_, "", 1);
 }
 
 void Stage::drainWakes() const {

@@ -19,7 +19,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kDemoEnd =
     "Needs a local gateway with its shipped templates; what a model behind it answers is its own\n"
     "affair. Without keys the pair demo:demo is used, which veltra-gateway accepts when it is\n"
     "started without --key. The library's records appear when a step deviates, or all along with\n"
@@ -129,7 +129,7 @@ void addDemo(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand(
         "demo", "Show login, screening, queries, token renewal and feedback on a local gateway");
     const auto options = std::make_shared<DemoOptions>();
-    command->footer(std::string(kEnd) + kKeysHelp + kOutcome);
+    command->footer(std::string(kDemoEnd) + kKeysHelp + kOutcome);
     command
         ->add_option("--gateway", options->common.domain, "The gateway: scheme and host (required)")
         ->option_text("URL")

@@ -22,7 +22,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kFeedbackEnd =
     "\"veltra feedback submit --help\" and \"veltra feedback cancel --help\" say more.";
 
 constexpr const char* kSubmitEnd =
@@ -174,7 +174,7 @@ void declareCancel(CLI::App& command, CancelOptions& options) {
 void addFeedback(CLI::App& app, Command& chosen) {
     auto* feedback =
         app.add_subcommand("feedback", "Submit a user's feedback on an answer, or withdraw it");
-    feedback->footer(kEnd);
+    feedback->footer(kFeedbackEnd);
     feedback->require_subcommand(1);
 
     const auto submission = std::make_shared<SubmitOptions>();

@@ -22,7 +22,7 @@ constexpr const char* kAbout =
     "way.\n"
     "Results go to standard output, everything else to standard error.";
 
-constexpr const char* kEnd =
+constexpr const char* kProgramEnd =
     "A first try, on this machine alone:\n"
     "  veltra gateway --port 8080 --key demo:demo &\n"
     "  export VELTRA_APP_KEY=demo VELTRA_SECRET_KEY=demo\n"
@@ -95,7 +95,7 @@ int failToParse(bool json, const CLI::App& app, const CLI::ParseError& error) {
 int run(bool json, int argc, char** argv) {
     tool::Command chosen;
     CLI::App app(kAbout, "veltra");
-    app.footer(kEnd);
+    app.footer(kProgramEnd);
     app.set_version_flag("--version", versionText());
     app.require_subcommand(1);
     tool::addQuery(app, chosen);

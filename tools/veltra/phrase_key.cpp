@@ -20,7 +20,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kPhraseKeyEnd =
     "Prints the key of each PHRASE or, without any, of each line of standard input that isn't\n"
     "blank. Write a phrase as it stands in a text: words parted by single spaces, UTF-8, in the\n"
     "very case that is to be found. A warning names phrases that no text can match.\n"
@@ -160,7 +160,7 @@ void addPhraseKey(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand(
         "phrase-key", "Compute the keys under which a host hands in sensitive phrases");
     const auto options = std::make_shared<PhraseKeyOptions>();
-    command->footer(kEnd);
+    command->footer(kPhraseKeyEnd);
     command->formatter(std::make_shared<Help>());
     command->allow_extras();
     command->add_flag("--escaped", options->escaped,

@@ -11,7 +11,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kProbeEnd =
     "Needs no keys.\n"
     "\nExamples:\n"
     "  veltra probe https://gateway.example\n"
@@ -48,7 +48,7 @@ int probe(const CommonOptions& options) {
 void addProbe(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand("probe", "Tell whether a gateway answers");
     const auto options = std::make_shared<CommonOptions>();
-    command->footer(kEnd);
+    command->footer(kProbeEnd);
     command->add_option("URL", options->domain, "The gateway: scheme and host")
         ->required()
         ->transform(gatewayUrl());

@@ -28,7 +28,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kQueryEnd =
     "The answer goes to standard output. Prompt key, names, values and the other texts are UTF-8;\n"
     "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
     "library, which sends texts as they are, gets them. \"--\" ends the options.\n"
@@ -191,7 +191,7 @@ int query(QueryOptions& options) {
 }
 
 void declare(CLI::App& command, QueryOptions& options) {
-    command.footer(std::string(kEnd) + kKeysHelp + kOutcome);
+    command.footer(std::string(kQueryEnd) + kKeysHelp + kOutcome);
     command.add_option("PROMPT_KEY", options.promptKey, "Key of the gateway's prompt template")
         ->required();
     command.add_option("NAME=VALUE", options.assignments, "Values for the template's placeholders");

@@ -21,7 +21,7 @@ namespace tool {
 
 namespace {
 
-constexpr const char* kEnd =
+constexpr const char* kTimeEnd =
     "Needs no keys and no network. The expression is a row of terms, such as -1d, +0w1d, ~0m, "
     "2024y3m15d or -1dT08:30; the\n"
     "units are y m w d h M (or min) s. Without a clock time and without hours, minutes or seconds\n"
@@ -108,7 +108,7 @@ int convert(const TimeOptions& options) {
 void addTime(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand("time", "Turn a relative time expression into a local time");
     const auto options = std::make_shared<TimeOptions>();
-    command->footer(kEnd);
+    command->footer(kTimeEnd);
     command->add_option("EXPRESSION", options->expression, "What to convert")->required();
     command
         ->add_option("--now", options->now,
