@@ -10,11 +10,15 @@ build_packages=(
   ca-certificates
 )
 
-# What the whole check needs beyond that.
+# What scripts/test needs beyond that.
 # shellcheck disable=SC2034
-test_packages=(
-  gcc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libbenchmark-dev binutils git
-  cppcheck shellcheck valgrind faketime gdb
+test_packages=(gcc libgtest-dev binutils faketime)
+
+# What scripts/check needs beyond both.
+# shellcheck disable=SC2034
+check_packages=(
+  clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev git
+  cppcheck shellcheck valgrind gdb
   abigail-tools chromium chromium-driver curl doxygen dpkg-dev file libspdlog-dev python3
 )
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Public headers compile alone, together and in any order, from C++11 to C++20, with every warning on
-# and with macros that hosts are known to define:
+# Public headers compile alone, as C++11 and C++20, and together, in any order, as all between as well,
+# with every warning on and with macros that hosts are known to define:
 #     check_headers.sh SOURCE-ROOT COMPILER...
 set -euo pipefail
 
@@ -30,7 +30,11 @@ echo "$hostile$backward" >"$folder/backward.cpp"
 export flags_text="${flags[*]}"
 for compiler in "${@:2}"; do
   for standard in c++11 c++14 c++17 c++20; do
-    for source in "$folder"/*.cpp; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
+    case $standard in
+      c++11 | c++20) sources=("$folder"/*.cpp) ;;
+      *) sources=("$folder"/{forward,backward}.cpp) ;;
+    esac
+    for source in "${sources[@]}"; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
   done
 done | xargs -0 -n 3 -P 2 bash -c '"$1" "$2" $flags_text "$3"' compile
 

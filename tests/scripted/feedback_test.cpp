@@ -291,7 +291,7 @@ TEST_F(FeedbackTest, Base64) {
 
 TEST_F(FeedbackTest, Base64LongerThanAnInt) {
     if (std::getenv("VELTRA_LONG_TESTS") == nullptr) {
-        GTEST_SKIP() << "needs 2 GiB and a while: scripts/test --long";
+        GTEST_SKIP() << "needs 2 GiB and a while: scripts/check --long";
     }
     const std::string text(std::size_t{INT_MAX} + 1, 'A');
     EXPECT_EQ(Decoded(text), "");
