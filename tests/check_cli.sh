@@ -175,7 +175,7 @@ at 0 '{"ok":true,"traceId":"t-1","answer":"Hello Ada, welcome to \\"x\\".",'"$an
 printf 'top  secret\r\n\nback\\slash\n' >phrases.txt
 refused() { # CODE MESSAGE ARGUMENT...
   at 1 '' "refused: code $1: $2" query "${@:3}" --log-level 5
-  at 1 "$(no "$1" "$2")" '' query "${@:3}" --json
+  at 1 "$(no "$1" "$2" ',"outcome":"*"*')" '' query "${@:3}" --json
 }
 refused 6 'unknown prompt key: absent' absent
 refused 4 'CCF083001: the input is not acceptable' greeting name=forbidden --filter 2
@@ -213,7 +213,7 @@ check 1 '' "failed: $(<tls) does not answer as a gateway does: certificate: SSL 
 # --- repetition ----------------------------------------------------------------------------------
 
 control DELETE requests >fault
-fault '{"path":"/api/tmqgw/aillm/v1/third","kind":"refuse","code":"7","text":"no","times":11}'
+fault '{"on":"query","kind":"refuse","code":"7","text":"no","times":11}'
 at 1 '{"ok":false,"code":6,"message":"no",*,"traceId":"t","repeat":40,"threads":3,"run":40,"answered":29,"failed":11,"interrupted":false,"seconds":*,"latencyMs":{"min":*},"failures":\[{"code":6,"count":11,"message":"no"}\]}' - \
   'query greeting' --repeat 40 --threads 3 --trace-id t --json
 traces="$(control GET requests | grep -oE '\\"traceId\\":\\"t-[0-9]+\\"' | sort -u)"
