@@ -32,7 +32,7 @@ class CallReports : private Oak::Base::CNoncopyable {
 
  private:
     struct Entry {
-        std::uint64_t thread;
+        std::uint64_t thread = 0;
         CCallReportIMP report;
     };
     using Entries = std::list<Entry>;

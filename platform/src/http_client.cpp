@@ -131,6 +131,7 @@ ExchangeWait::ExchangeWait(const ExchangePatience& patience, const HttpClientOpt
       wake_(wake),
       context_(context) {
     const std::lock_guard lock(waitsMutex);
+    // NOLINTNEXTLINE(cppcoreguidelines-prefer-member-initializer): under the lock
     next_ = newestWait;
     if (next_ != nullptr) next_->previous_ = this;
     newestWait = this;
