@@ -84,6 +84,10 @@ TEST_F(GatewayTest, AllRoadsOverEachScheme) {
     ASSERT_TRUE(Reach("tls", VELTRA_GATEWAYS "/ca.pem"));
     WalkTheRoads();
     EXPECT_FALSE(Reach("tls")) << "a strange authority";
+}
+
+/// A process of its own: one that has judged a server before doesn't see what is imported later.
+TEST_F(GatewayTest, AllRoadsWithAnImportedAuthority) {
     const ImportedAuthority authority;
     ASSERT_TRUE(Reach("tls"));
     WalkTheRoads();
