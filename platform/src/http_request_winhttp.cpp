@@ -58,7 +58,7 @@ bool CanJudgeServers() noexcept {
 }
 
 EventPtr MakeEvent() {
-    HANDLE const event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    void* const event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     return event != nullptr ? EventPtr(event, &CloseHandle) : nullptr;
 }
 
