@@ -59,11 +59,12 @@ std::string SlotBody(const std::string& traceId, std::size_t pictures) {
     return body;
 }
 
-std::atomic<bool> showsBodies{true};
+enum class BodyEcho { Unset, On, Off };
+std::atomic<BodyEcho> bodyEcho{BodyEcho::Unset};
 
 /// Shows a body on standard output, a line in one write.
 void Echo(const std::string& body) {
-    if (showsBodies) Oak::Base::WriteStandardOutput(body + '\n');
+    if (bodyEcho != BodyEcho::Off) Oak::Base::WriteStandardOutput(body + '\n');
 }
 
 /// Loads an answer; one that isn't JSON is the call's failure.
@@ -232,7 +233,12 @@ bool UserComentManager::CancelComments(const std::string& feedbackId) {
 }
 
 void UserComentManager::SetBodyEcho(bool on) {
-    showsBodies = on;
+    bodyEcho = on ? BodyEcho::On : BodyEcho::Off;
+}
+
+void UserComentManager::EchoNoBodiesUnlessSet() {
+    BodyEcho unset = BodyEcho::Unset;
+    bodyEcho.compare_exchange_strong(unset, BodyEcho::Off);
 }
 
 bool UserComentManager::SendToCloud(const std::string& path, const std::string& body,

@@ -41,6 +41,8 @@ class UserComentManager {
 
     /// Whether the bodies of feedback and slot requests are written to standard output.
     static void SetBodyEcho(bool on);
+    /// Sets it off, unless the host has set it.
+    static void EchoNoBodiesUnlessSet();
 };
 
 }  // namespace Veltra

@@ -38,5 +38,7 @@ for compiler in "${@:2}"; do
   done
 done | xargs -0 -n 3 -P 2 bash -c '"$1" "$2" $flags_text "$3"' compile
 
-printf '#include <qlog/qlog.h>\n' | "$2" -x c -std=c99 "-I$root/platform/include" \
-  -Wall -Wextra -Wpedantic -Werror -fsyntax-only -
+for header in qlog/qlog.h Veltra/veltra_c.h; do
+  printf '#include <%s>\n' "$header" | "$2" -x c -std=c99 "-I$root/platform/include" "-I$root/include" \
+    -Wall -Wextra -Wpedantic -Werror -fsyntax-only -
+done

@@ -2,8 +2,8 @@
 #define VELTRA_VELTRA_H
 
 /// @file
-/// Everything that the library exports, but for its two platform headers, qlog/qlog.h and
-/// Oak/Net/HttpClientOptions.h.
+/// Everything that the library exports for C++, but for its two platform headers, qlog/qlog.h and
+/// Oak/Net/HttpClientOptions.h. For C there is Veltra/veltra_c.h.
 
 /// @namespace Veltra
 /// The client of the gateway: login, queries, screening, feedback, time expressions.

@@ -8,9 +8,6 @@
 
 namespace tool {
 
-/// As the library's documentation names it.
-const char* nameOf(Veltra::CallOutcome outcome);
-
 /// Why the call failed, in one line: the library's words, and the gateway's unless they stand in
 /// `said` already.
 std::string reasonOf(const Veltra::CCallReport& report, const std::string& said = {});

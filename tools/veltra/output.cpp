@@ -5,6 +5,7 @@
 #include "secrets.h"
 
 #include <Veltra/JsonText.h>
+#include <Veltra/veltra_c.h>
 
 #include <cerrno>
 #include <cmath>
@@ -178,7 +179,7 @@ void JsonWriter::failure(const Failure& failure) {
 }
 
 void JsonWriter::report(const Veltra::CCallReport& report) {
-    member("outcome", nameOf(report.Outcome()));
+    member("outcome", veltra_outcome_name(static_cast<veltra_outcome>(report.Outcome())));
     member("detail", withoutSecrets(reasonOf(report)));
     member("attempts", report.Attempts());
     member("httpStatus", report.HttpStatus());
