@@ -498,7 +498,7 @@ VELTRA_API veltra_outcome veltra_feedback_withdraw(const char* id, veltra_call* 
  * @param result        receives "YYYY-MM-DD HH:MM:SS" and a zero, 20 bytes; or the empty text when
  *                      the terms left a date that doesn't exist
  * @return the outcome; `VELTRA_BAD_ARGUMENT` when the expression can't be read or `now` is out of
- *         its range, and in a forked child
+ *         its range, without memory for a long expression, and in a forked child
  */
 VELTRA_API veltra_outcome veltra_convert_time(const char* expression, int64_t now, int start_of_day,
                                               char result[20]);
