@@ -12,7 +12,7 @@ build_packages=(
 
 # What scripts/test needs beyond that.
 # shellcheck disable=SC2034
-test_packages=(gcc libgtest-dev binutils faketime)
+test_packages=(gcc libgtest-dev binutils faketime mono-mcs mono-runtime)
 
 # What scripts/check needs beyond both.
 # shellcheck disable=SC2034
