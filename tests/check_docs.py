@@ -11,6 +11,8 @@ sh: runs in a copy of the tree that all of them share, where every preset is bui
     would take minutes, or change the machine, is replaced by STAND_INS, which have the real program
     look at its arguments; scripts run as far as they read theirs.
 cmake: becomes a host's CMake file, configured with the prefix that an sh block before it filled.
+csharp: a block with a using directive is compiled as it stands, beside the binding; the others of a page follow
+    each other inside one method.
 text: a drawing; what looks like a name of the code must occur there.
 
 Besides, each record of level 4 or 5 is explained. With pages, only these are checked.
@@ -32,6 +34,15 @@ PROGRAMS = [str(BUILD / "tools/veltra"), str(BUILD / "tools/gateway")]
 PRESETS = ["asan", "bench", "dev", "packages", "release", "tsan", "windows"]  # folders below build/
 HEADERS = ["Oak/Net/HttpClientOptions.h", "Veltra/Veltra.h", "qlog/qlog.h"]
 TEST_HEADERS = ["gateway/gateway.h", "gtest/gtest.h"]  # for the page whose code stands in tests
+
+# What fragments in C# take for granted. An event is declared by what is added to it.
+CSHARP_HEAD = """using System; using System.Collections.Generic; using System.Threading; using System.Threading.Tasks;
+using Veltra; class Button { public event EventHandler Click { add { } remove { } } }
+class Logger { public void Write(string line) { } }
+static class Example { static void Show(string text) { }
+static async Task Run(Session session, Dictionary<string, string> values, Button cancelButton, Logger logger) {
+"""
+CSHARP_TAIL = "await Task.Yield(); } }"
 
 # Each is a shell function: `real` is the program that it stands for.
 STAND_INS = {
@@ -173,6 +184,7 @@ class Page:
 
     def __init__(self, file, folder, sandbox):
         self.file, self.folder, self.sandbox, self.fragments = file, folder, sandbox, []
+        self.csharp_fragments = []
 
     def check(self):
         text = self.file.read_text(encoding="utf-8")
@@ -188,6 +200,10 @@ class Page:
             problem = self.compile(includes + "void Example() {" + "".join(self.fragments) + "}\n")
             if problem:
                 complain(self.file, f"the cpp blocks without #include:\n{problem}")
+        if self.csharp_fragments:
+            problem = self.compile_csharp(CSHARP_HEAD + "".join(self.csharp_fragments) + CSHARP_TAIL)
+            if problem:
+                complain(self.file, f"the csharp blocks without using directives:\n{problem}")
         self.check_links(re.sub(r"^```.*?^```", "", text, flags=re.M | re.S))
         for script in sorted(set(re.findall(r"\b(scripts/[a-z_-]+|tests/\w+\.(?:sh|py)|\.ci/\w+)", text))):
             if not os.access(ROOT / script, os.X_OK):
@@ -208,6 +224,18 @@ class Page:
         if re.search("^#include", block, re.M):
             return self.compile(block)
         self.fragments.append(block)
+        return ""
+
+    def compile_csharp(self, program):
+        write(self.folder / "block.cs", program)
+        failed, shown = run(["mcs", "-warn:4", "-warnaserror", "-target:library", "-out:block.dll", "block.cs",
+                             ROOT / "bindings/dotnet/Veltra.cs"], self.folder)
+        return shown if failed else ""
+
+    def check_csharp(self, block):
+        if re.search("^using [A-Z]", block, re.M):
+            return self.compile_csharp(block)
+        self.csharp_fragments.append(block)
         return ""
 
     def check_console(self, block):

@@ -53,6 +53,24 @@ run 0 '^withdrawn$' feedback "$url" 'I said "no"'
 run 0 '^submitted with 2 pictures$' feedback "$url" 'as shown' "$folder/one.jpg" "$folder/two.jpg"
 run 0 '^loaded and unloaded twice$' plugin_host "$url"
 
+# In C#, by mono; the run-time system can't load a library with a sanitizer.
+if [[ -n "${4:-}" ]] && command -v mcs >/dev/null; then
+  mkdir "$examples/dotnet"
+  mcs -warn:4 -warnaserror -out:"$examples/dotnet/dotnet.exe" \
+    "$root/examples/dotnet/dotnet.cs" "$root/bindings/dotnet/Veltra.cs"
+  library=$(find "$folder/prefix" -name libveltra.so -printf %h)
+  cat >"$examples/dotnet/dotnet" <<END
+#!/bin/sh
+LD_LIBRARY_PATH='$library' exec mono "\$0.exe" "\$@"
+END
+  chmod +x "$examples/dotnet/dotnet"
+  run 0 '^Hello Ada "Enchantress" King, welcome to the library\.$' dotnet "$url"
+  run 2 '^usage: ' dotnet
+  secret=wrong run 1 '^Refused: .*403001$' dotnet "$url"
+else
+  echo 'no compiler for C#: dotnet was not built'
+fi
+
 run 2 '^usage: ' feedback "$url" 'as shown' "$folder/text"
 for name in quickstart many_threads cancel_button feedback plugin_host own_logger; do run 2 '^usage: ' "$name"; done
 secret=wrong
