@@ -54,15 +54,11 @@ static class DotnetTest
         return error.Report;
     }
 
-    static Dictionary<string, string> Values(string text)
-    {
-        return new Dictionary<string, string> { { "from", "A" }, { "to", "B" }, { "text", text } };
-    }
+    static Dictionary<string, string> Values(string text) =>
+        new Dictionary<string, string> { { "from", "A" }, { "to", "B" }, { "text", text } };
 
-    static SessionOptions Trusting(string caFile)
-    {
-        return new SessionOptions { CaFile = caFile, ProductVersion = "5.1.0" };
-    }
+    static SessionOptions Trusting(string caFile) =>
+        new SessionOptions { CaFile = caFile, ProductVersion = "5.1.0" };
 
     static void Login(string url, string caFile)
     {
@@ -102,11 +98,9 @@ static class DotnetTest
         Check(session.Query("translation", Values("merger")).Text.EndsWith("merger"), "an empty list lets it pass");
     }
 
-    static Feedback Judged(string traceId)
-    {
-        return new Feedback(traceId) { Satisfaction = 2, ErrorType = 1, Comments = "\"no\"\n\U0001F600", Country = "Österreich",
+    static Feedback Judged(string traceId) =>
+        new Feedback(traceId) { Satisfaction = 2, ErrorType = 1, Comments = "\"no\"\n\U0001F600", Country = "Österreich",
             Pictures = { new byte[] { 0xff, 0xd8, 0xff, 0, 1 }, new byte[] { 0xff, 0xd8, 0xff, 0, 2 } } };
-    }
 
     static void FeedbackIsTaken(Session session)
     {
@@ -126,10 +120,8 @@ static class DotnetTest
         Fails(Outcome.BadArgument, () => Library.ConvertTime("no term", now, true), "an expression without a term");
     }
 
-    static Task<Answer> Slowly(Session session, CancellationToken token = default(CancellationToken))
-    {
-        return session.QueryAsync("translation", Values("x"), null, token);
-    }
+    static Task<Answer> Slowly(Session session, CancellationToken token = default(CancellationToken)) =>
+        session.QueryAsync("translation", Values("x"), null, token);
 
     // Waits until so many more queries are under way, as their records tell.
     static void WaitForQueries(int count, Action start)
