@@ -3,6 +3,7 @@
 
     check_docs.py COMPILER SOURCE-ROOT BUILD-FOLDER [PAGE...]
 
+c: compiled as it stands.
 cpp: a block with an #include is compiled as it stands; the other ones of a page follow each other
     inside one function.
 console: the lines after "$ " and "> " go to a shell in an empty folder, whose output must be the
@@ -218,6 +219,11 @@ class Page:
         failed, shown = run([COMPILER, "-x", "c++", standard, "-fsyntax-only", "-Wall", "-Wextra",
                              "-Wpedantic", "-Werror", "-Wno-unused-variable", *folders, "-"],
                             self.folder, text=program)
+        return shown if failed else ""
+
+    def check_c(self, block):
+        failed, shown = run(["cc", "-x", "c", "-std=c99", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
+                             f"-I{ROOT / 'include'}", "-"], self.folder, text=block)
         return shown if failed else ""
 
     def check_cpp(self, block):

@@ -52,6 +52,8 @@ run 0 '^\[warning\] \[thread [0-9]+\] Veltra: .*sessionID isempty' own_logger "$
 run 0 '^withdrawn$' feedback "$url" 'I said "no"'
 run 0 '^submitted with 2 pictures$' feedback "$url" 'as shown' "$folder/one.jpg" "$folder/two.jpg"
 run 0 '^loaded and unloaded twice$' plugin_host "$url"
+run 0 '^Hello A"da, welcome to the "library"\.$' c_host "$url" 'A"da'
+run 0 '^withdrawn$' c_host "$url" Ada
 
 # In C#, by mono; the run-time system can't load a library with a sanitizer.
 if [[ -n "${4:-}" ]] && command -v mcs >/dev/null; then
@@ -72,8 +74,9 @@ else
 fi
 
 run 2 '^usage: ' feedback "$url" 'as shown' "$folder/text"
-for name in quickstart many_threads cancel_button feedback plugin_host own_logger; do run 2 '^usage: ' "$name"; done
+for name in quickstart many_threads cancel_button feedback plugin_host own_logger c_host; do run 2 '^usage: ' "$name"; done
 secret=wrong
+run 1 '^login: Refused: ' c_host "$url" Ada
 run 1 'get token failed,not get token' quickstart "$url"
 run 1 '^\[error\] .*Veltra: a login was refused \(answer left out\)$' own_logger "$url"
 [[ $status == 0 ]]
