@@ -29,7 +29,7 @@ bench_packages=(libbenchmark-dev python3)
 # What the build for Windows needs: compiler, dependencies, and wine to run what it makes.
 # shellcheck disable=SC2034
 windows_packages=(
-  g++-mingw-w64-x86-64-posix wine64 cmake ninja-build pkg-config
+  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-win32 wine64 cmake ninja-build pkg-config
   libboost-dev rapidjson-dev libcli11-dev googletest dpkg-dev make perl openssl
   ca-certificates
 )
