@@ -5,10 +5,12 @@
 #include "support/other_process.h"
 
 #include <Oak/Base/Wipe.h>
+#include <Oak/Net/HttpClient.h>
 #include <qlog/qlog_write.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +23,16 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#ifdef SECRETS_WIPE_FREED
+extern "C" void __libc_free(void*);  // NOLINT: the C library's name
+
+/// In place of the C library's, so that a search finds only what is kept.
+extern "C" void free(void* memory) noexcept {
+    if (memory != nullptr) explicit_bzero(memory, malloc_usable_size(memory));
+    __libc_free(memory);
+}
+#endif
 
 namespace {
 
@@ -144,9 +156,41 @@ TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
     EXPECT_GT(FindKeys().keys, 1U) << "the test's own, and those that renewals need";
     EXPECT_TRUE(Veltra::Veltra_Logout());
     EXPECT_EQ(FindKeys().keys, 1U) << "the test's own alone";
+#ifdef SECRETS_WIPE_FREED  // what the libraries below have freed is theirs
+    std::size_t tokens = 0;
+    SearchThisProcess([&](const std::string& bytes) {
+        for (auto at = bytes.find(token); at != bytes.npos; at = bytes.find(token, at + 1))
+            ++tokens;
+    });
+    EXPECT_EQ(tokens, 1U) << "the test's own alone";
+#endif
     EXPECT_EQ(manager.GetToken(), "");
     EXPECT_EQ(manager.Access().domain, Veltra::CAIManager::GetTestDomain());
 }
+
+#ifdef SECRETS_WIPE_FREED
+/// What is freed is not wiped, but nothing that is kept between exchanges holds a signature.
+TEST(SignatureTest, IsNotKeptWithItsConnection) {
+    TestSupport::OtherProcess other(
+        [](std::FILE* input, std::FILE* output) { Serve(false, input, output); });
+    const std::string url = other.Line();
+    const auto isKeptAfter = [&](const char* method, const std::string& target, char filling) {
+        {
+            const Oak::Net::URL whole(url + target + std::string(40, filling));
+            const Oak::Net::CHttpClientRequest request(method, whole);
+            EXPECT_TRUE(Oak::Net::HttpClient::Send(request, nullptr, nullptr));
+        }
+        bool found = false;
+        SearchThisProcess([&](const std::string& bytes) {
+            const auto at = std::search_n(bytes.begin(), bytes.end(), 40, filling);
+            found = found || at != bytes.end();
+        });
+        return found;
+    };
+    EXPECT_FALSE(isKeptAfter("PUT", "/storage/k?signature=", 'S'));
+    EXPECT_TRUE(isKeptAfter("POST", "/", 'P')) << "the search finds what is there";
+}
+#endif
 
 TEST(RecordGuardDeathTest, EndsAProgramThatLogsASecret) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked child logs nothing

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <utility>
 
 namespace Oak::Net {
 
@@ -35,11 +36,10 @@ void CurlShare::Unlock(CURL*, curl_lock_data kind, void* share) noexcept {
     static_cast<CurlShare*>(share)->locks_[kind].unlock();
 }
 
-CurlHandle::CurlHandle(CURLSH* share) : easy_(curl_easy_init()), multi_(curl_multi_init()) {
+CurlHandle::CurlHandle(CURLSH* share)
+    : easy_(curl_easy_init()), multi_(curl_multi_init()), share_(share) {
     if (easy_ == nullptr) throw std::bad_alloc();
     SetLasting();
-    // Outlasts every Reset. A handle that can't join keeps its own data.
-    if (share != nullptr) curl_easy_setopt(easy_.get(), CURLOPT_SHARE, share);
 }
 
 // As curl_easy_perform goes about it, which however looks for something to wait for before it has
@@ -95,6 +95,12 @@ void CurlHandle::Reset() noexcept {
     SetLasting();
 }
 
+// The connections are the multi handle's, and stay.
+void CurlHandle::Renew() noexcept {
+    if (CurlEasyPtr fresh{curl_easy_init()}) easy_ = std::move(fresh);
+    Reset();
+}
+
 // Part of the handle, not of an exchange. Without the first even the closing of an idle handle sets
 // the process's SIGPIPE to "ignore" and back, while the host's threads run.
 void CurlHandle::SetLasting() noexcept {
@@ -102,6 +108,8 @@ void CurlHandle::SetLasting() noexcept {
     Set(CURLOPT_CLOSESOCKETFUNCTION, &CurlHandle::CloseSocket);
     Set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
     Set(CURLOPT_ERRORBUFFER, words_.data());
+    // A handle that can't join keeps its own data.
+    if (share_ != nullptr) curl_easy_setopt(easy_.get(), CURLOPT_SHARE, share_);
 }
 
 // The library reads no more than the announced length, and what it has not read of a TLS record

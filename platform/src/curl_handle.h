@@ -109,6 +109,10 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     /// connections.
     void Reset() noexcept;
 
+    /// The same, and nothing stays of what the library itself keeps of an exchange, such as the
+    /// parts of its URL; without memory no more than `Reset` does.
+    void Renew() noexcept;
+
  private:
     void SetLasting() noexcept;
     CURLcode Drive(const ExchangeWait& wait) noexcept;
@@ -118,6 +122,7 @@ class CurlHandle : private Oak::Base::CNoncopyable {
     CurlEasyPtr easy_;
     CurlMultiPtr multi_;  // holds the connections; null for lack of memory
     curl_socket_t used_ = CURL_SOCKET_BAD;
+    CURLSH* share_;
     CURLcode setUp_ = CURLE_OK;
     std::array<char, CURL_ERROR_SIZE> words_{};
 };

@@ -364,15 +364,18 @@ void SetRequest(CurlHandle& curl, OneExchange& exchange) {
 }
 
 /// Leaves nothing of the exchange on the handle. Only what an ordinary POST has set is taken back
-/// piece by piece; after any other exchange the handle is set up anew when it is used again. So it
-/// is after one whose URL has a query part: that of an upload comes once, and its signature is not
-/// to stay in memory.
+/// piece by piece; after any other exchange the handle is set up anew when it is used again. After
+/// one whose URL has a query part the library's own copies go as well: that of an upload comes
+/// once, and its signature is not to stay in memory.
 void ForgetExchange(PooledHandle& handle, const CHttpClientRequest& request) {
-    const bool ordinary = request.Method() == "POST" && !request.DataIsSecret() &&
-                          handle.target.text.find('?') == std::string::npos;
-    if (!ordinary) {
-        handle.curl.Reset();
-        handle.target = HttpTarget();
+    const bool signedUrl = handle.target.text.find('?') != std::string::npos;
+    if (signedUrl || request.Method() != "POST" || request.DataIsSecret()) {
+        if (signedUrl)
+            handle.curl.Renew();
+        else
+            handle.curl.Reset();
+        // Not assigned: a text to which an empty one is assigned keeps its old bytes.
+        const HttpTarget gone = std::exchange(handle.target, HttpTarget());
         return;
     }
     SetReception(handle.curl, nullptr);
