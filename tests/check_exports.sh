@@ -4,14 +4,14 @@
 #     check_exports.sh LIBRARY
 set -euo pipefail
 
+# Without the mark that libstdc++ gives to functions which return a text.
 exports() {
   if [[ "$1" == *.dll ]]; then
     x86_64-w64-mingw32-objdump --private-headers "$1" \
       | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^.*\] *\([^] ]*\)$/\1/p' | grep -v Table | c++filt
   else
-    # Without the mark that libstdc++ gives to functions which return a text.
-    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3- | sed 's/\[abi:cxx11\]//'
-  fi
+    nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-
+  fi | sed 's/\[abi:cxx11\]//'
 }
 
 shown=$(exports "$1")
