@@ -77,8 +77,8 @@ Answer Model::refusalFor(ModelClient::Fate fate) const {
     const auto within = " within " + secondsOf(options_.timeout);
     switch (fate) {
         case Fate::NotReached:
-            return refusal("502001", "the model's server is not reached at " + options_.url +
-                                         ": does it run, and is --model-url right?");
+            return refusal("502001", "the model's server cannot be reached at " + options_.url +
+                                         " (check that it runs, and --model-url)");
         case Fate::NotTrusted:
             return refusal("502002", "the certificate of the model's server at " + options_.url +
                                          " is not trusted: --model-ca-file names its authority");
