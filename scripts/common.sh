@@ -12,14 +12,15 @@ build_packages=(
 
 # What scripts/test needs beyond that.
 # shellcheck disable=SC2034
-test_packages=(gcc libgtest-dev binutils faketime mono-mcs mono-runtime)
+test_packages=(gcc libgtest-dev binutils faketime mono-mcs mono-runtime python3)
 
 # What scripts/check needs beyond both.
 # shellcheck disable=SC2034
 check_packages=(
   clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev git
   cppcheck shellcheck valgrind gdb
-  abigail-tools chromium chromium-driver curl doxygen dpkg-dev file libspdlog-dev python3
+  abigail-tools chromium chromium-driver curl doxygen dpkg-dev file libspdlog-dev
+  mypy flake8 python3-build python3-setuptools python3-wheel
 )
 
 # What the benchmarks need beyond the first list: their library, and what makes table and plots.

@@ -137,7 +137,7 @@ class Call:
         def run() -> None:
             try:
                 future.set_result(context.run(lambda: self._run(work)))
-            except BaseException as error:  # pylint: disable=broad-except
+            except BaseException as error:
                 future.set_exception(error)
 
         # A daemon: the interpreter ends without it.

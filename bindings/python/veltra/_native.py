@@ -87,10 +87,12 @@ def library() -> ctypes.CDLL:
     """The library, loaded by the first use: a process may import this package, fork, and have each
     child use the library, which a child can't of a library that its parent has used."""
     global _library
+    if _library is not None:  # nor may a child find the lock taken
+        return _library
     with _lock:
         if _library is None:
             loaded = _load()
-            _records.send_to_logging(loaded)
+            _records.begin(loaded)
             atexit.register(_let_go, loaded)
             _library = loaded
         return _library
@@ -124,5 +126,5 @@ def _let_go(loaded: ctypes.CDLL) -> None:
     """As the interpreter ends. From now on no record comes to it: a thread of the library that enters
     an interpreter which is gone would take the process with it. Threads in the library, all of them
     daemons by now, are asked to leave."""
-    loaded.qlog_set_handler(None, None, _records.NONE)
+    _records.end()
     threads.end(loaded.veltra_cancel_all)

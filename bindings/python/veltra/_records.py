@@ -17,7 +17,7 @@ def _take(level: int, tag: bytes, message: bytes, _context: Optional[int]) -> No
     try:
         logger = _loggers.get(tag, _loggers[b"Veltra"])
         logger.log(LEVELS.get(level, logging.ERROR), "%s", message.decode("utf-8", "replace"))
-    except Exception:  # pylint: disable=broad-except
+    except Exception:
         pass
 
 
@@ -26,11 +26,19 @@ _handler: Any = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ctypes.c_c
                                  ctypes.c_void_p)(_take)
 
 
-def send_to_logging(library: ctypes.CDLL) -> None:
+def begin(library: ctypes.CDLL) -> None:
+    """From now on records come to logging."""
     global _library
     _library = library
-    least = min((own for own, level in LEVELS.items() if level >= _level), default=NONE)
-    library.qlog_set_handler(_handler, None, least)
+    set_log_level(_level)
+
+
+def end() -> None:
+    """No record comes any more once this returns, nor goes to standard error in its place."""
+    global _library
+    if _library is not None:
+        library, _library = _library, None
+        library.qlog_set_handler(None, None, NONE)
 
 
 def set_log_level(level: int) -> None:
@@ -43,4 +51,5 @@ def set_log_level(level: int) -> None:
     global _level
     _level = level
     if _library is not None:
-        send_to_logging(_library)
+        least = min((own for own, shown in LEVELS.items() if shown >= level), default=NONE)
+        _library.qlog_set_handler(_handler, None, least)
