@@ -1,4 +1,4 @@
-# What "cmake --install" lays down, in three components that CPack makes three packages of.
+# What "cmake --install" lays down, in three components that CPack makes a package each of.
 
 include(CMakePackageConfigHelpers)
 

@@ -1,5 +1,5 @@
-# Debian packages: "cpack" in the build folder makes libveltra1, libveltra-dev and veltra-tools, the
-# first of which is named after the library's SOVERSION so that two of them can be installed at once.
+# Debian packages: "cpack" in the build folder makes libveltra1, libveltra-dev, veltra-tools and
+# python3-veltra, the first of which is named after the library's SOVERSION so that two of them can be installed at once.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR "Veltra")
@@ -9,7 +9,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/VeltraPackagesStage.cmake)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development tools python)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -45,6 +45,29 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS bash-completion)
 # The library isn't installed when the programs' dependencies are looked up.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-veltra)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Veltra client library for Python
+Queries that block or that asyncio awaits, an exception for each outcome, and
+the library's records in logging; by ctypes, without a compiled part.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "${veltra_runtime} (>= ${PROJECT_VERSION}), python3 (>= 3.9)")
+# They compile the modules when the package comes, and remove what Python left when it goes.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/python3-veltra/postinst ${CMAKE_CURRENT_LIST_DIR}/python3-veltra/prerm)
+
+# In packages only, since where Python looks is the system's business: other trees take the wheel.
+set(veltra_python_dir lib/python3/dist-packages)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/bindings/python/veltra DESTINATION ${veltra_python_dir}
+  COMPONENT python EXCLUDE_FROM_ALL FILES_MATCHING PATTERN *.py PATTERN py.typed
+  PATTERN __pycache__ EXCLUDE)
+file(WRITE ${PROJECT_BINARY_DIR}/python/METADATA
+  "Metadata-Version: 2.1\nName: veltra\nVersion: ${PROJECT_VERSION}\n")
+install(FILES ${PROJECT_BINARY_DIR}/python/METADATA
+  DESTINATION ${veltra_python_dir}/veltra-${PROJECT_VERSION}.dist-info
+  COMPONENT python EXCLUDE_FROM_ALL)
 
 # In packages only: each has a folder of documents of its own.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)

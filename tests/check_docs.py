@@ -11,6 +11,7 @@ console: the lines after "$ " and "> " go to a shell in an empty folder, whose o
 sh: runs in a copy of the tree that all of them share, where every preset is built already. What
     would take minutes, or change the machine, is replaced by STAND_INS, which have the real program
     look at its arguments; scripts run as far as they read theirs.
+python: runs against a local gateway, which takes the place of https://gateway.example.
 cmake: becomes a host's CMake file, configured with the prefix that an sh block before it filled.
 csharp: a block with a using directive is compiled as it stands, beside the binding; the others of a page follow
     each other inside one method.
@@ -88,6 +89,13 @@ STAND_INS = {
         [[ -f ${!#} ]] || fail "no file ${!#}"
         ! real "$@" -help=1 2>&1 | grep unrecognized""",
 }
+
+# With the block in a file of its folder.
+PYTHON = """
+    veltra-gateway --key demo:secret --ready-file url >/dev/null &
+    until [ -e url ]; do sleep 0.1; done
+    sed -i "s,https://gateway.example,$(<url)," block.py
+    exec python3 block.py"""
 
 status = 0
 
@@ -257,6 +265,14 @@ class Page:
         # A filter that leaves no test is no failure to the program.
         return shown[-3000:] if failed or "Running 0 tests" in shown else ""
 
+    def check_python(self, block):
+        with tempfile.TemporaryDirectory(dir=self.folder) as folder:
+            write(pathlib.Path(folder) / "block.py", block)
+            failed, shown = run(["bash", "-c", PYTHON], folder, path=PROGRAMS, PYTHONDONTWRITEBYTECODE="1",
+                                PYTHONPATH=str(ROOT / "bindings/python"),
+                                VELTRA_LIBRARY=str(BUILD / "src/libveltra.so"))
+        return shown if failed else ""
+
     def check_cmake(self, block):
         self.sandbox.make()
         host = pathlib.Path(tempfile.mkdtemp(dir=self.folder))
@@ -319,7 +335,8 @@ def check_records():
 
 def main():
     pages = [pathlib.Path(page).resolve() for page in sys.argv[4:]]
-    pages = pages or [*ROOT.glob("*.md"), *sorted(ROOT.glob("docs/*.md")), *ROOT.glob("examples/*.md")]
+    pages = pages or [*ROOT.glob("*.md"), *sorted(ROOT.glob("docs/*.md")), *ROOT.glob("examples/*.md"),
+                      *ROOT.glob("bindings/*/*.md")]
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         sandbox = Sandbox(folder)

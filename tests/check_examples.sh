@@ -36,6 +36,7 @@ echo 'no picture' >"$folder/text"
 status=0
 run() {  # EXIT-STATUS EXPECTED-LINE EXAMPLE ARGUMENT...: the line is an extended regular expression
   local expected=$1 line=$2 program=$examples/$3/$3 code=0
+  if [[ $3 == python ]]; then program=$root/examples/python/ask.py; fi
   if [[ $3 == own_logger && ! -e $program ]]; then echo "no spdlog: $3 was not built"; return; fi
   VELTRA_APP_KEY=demo VELTRA_SECRET_KEY=${secret:-secret} timeout 60 "$program" "${@:4}" \
     >"$folder/said" 2>&1 || code=$?
@@ -71,6 +72,15 @@ END
   secret=wrong run 1 '^Refused: .*403001$' dotnet "$url"
 else
   echo 'no compiler for C#: dotnet was not built'
+fi
+
+if [[ -n "${4:-}" ]]; then  # an interpreter can't load a library that needs a sanitizer
+  export PYTHONPATH=$root/bindings/python PYTHONDONTWRITEBYTECODE=1
+  VELTRA_LIBRARY=$(find "$folder/prefix" -name 'libveltra.so.?')
+  export VELTRA_LIBRARY
+  run 0 '^Hello Dorothy, welcome to the team\.$' python "$url"
+  run 2 '^usage: ' python
+  secret=wrong run 1 '^Refused: .*403001: ' python "$url"
 fi
 
 run 2 '^usage: ' feedback "$url" 'as shown' "$folder/text"

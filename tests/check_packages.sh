@@ -26,6 +26,7 @@ arch=$(dpkg --print-architecture)
 runtime=$folder/packages/libveltra${major}_${version}_$arch.deb
 development=$folder/packages/libveltra-dev_${version}_$arch.deb
 tools=$folder/packages/veltra-tools_${version}_$arch.deb
+python=$folder/packages/python3-veltra_${version}_all.deb
 
 # expect_files PACKAGE PATH...: these below /usr and no others, folders aside.
 expect_files() {
@@ -38,13 +39,17 @@ expect_files "$runtime" "$libdir/libveltra.so."{"$major","$version"} \
 expect_files "$development" "$libdir/libveltra.so" "$libdir/pkgconfig/veltra.pc" \
   "$libdir/cmake/Veltra/Veltra"{Config,ConfigVersion,Targets,Targets-release}.cmake \
   include/Veltra/{AiHelper,Base64,Call,Comment,Export,HumanMessage,JsonText,LLMSession,LicenseInfo}.h \
-  include/Veltra/{PhraseKey,Service,TimeConversion,Types,Veltra,Version}.h \
+  include/Veltra/{PhraseKey,Service,TimeConversion,Types,Veltra,Version,veltra_c}.h \
   include/Oak/Base/Export.h include/Oak/Net/HttpClientOptions.h include/qlog/qlog.h \
   share/doc/libveltra-dev/CHANGELOG.md
 for program in veltra veltra-gateway; do
   programs+=("bin/$program" "share/man/man1/$program.1" "share/bash-completion/completions/$program")
 done
 expect_files "$tools" "${programs[@]}" share/doc/veltra-tools/CHANGELOG.md
+modules=({__init__,_calls,_exit,_native,_records,_version,errors,session}.py py.typed)
+expect_files "$python" "${modules[@]/#/lib/python3/dist-packages/veltra/}" \
+  "lib/python3/dist-packages/veltra-$version.dist-info/METADATA" \
+  share/doc/python3-veltra/CHANGELOG.md
 
 # expect_field PACKAGE FIELD TEXT...: the field names each text.
 expect_field() {
@@ -58,12 +63,16 @@ expect_field "$runtime" Depends 'libboost-thread1.74.0 (>= ' 'libcurl4 (>= ' 'li
   'libstdc++6 (>= ' 'libc6 (>= '
 expect_field "$development" Depends "libveltra$major (= $version),"
 expect_field "$tools" Depends "libveltra$major (>= $version)," 'libcpp-httplib0.11 (>= ' 'libssl3 (>= '
-for package in "$runtime" "$development" "$tools"; do
+expect_field "$python" Depends "libveltra$major (>= $version)," 'python3 (>= 3.9)'
+for package in "$runtime" "$development" "$tools" "$python"; do
   dpkg-deb --extract "$package" "$root"
 done
 quietly dpkg-deb --control "$runtime" "$folder/control"
 [[ $(<"$folder/control/shlibs") == "libveltra $major libveltra$major (>= $version)" ]] ||
   fail "shlibs: $(<"$folder/control/shlibs")"
+quietly dpkg-deb --control "$python" "$folder/python"
+grep -q py3compile "$folder/python/postinst" || fail 'the modules are not compiled'
+grep -q py3clean "$folder/python/prerm" || fail 'what Python compiled stays behind'
 grep -q ldconfig "$folder/control/postinst" || fail 'the library is not made known to the loader'
 for file in "$root/usr/bin/"* "$root/usr/$libdir/libveltra.so.$version"; do
   ! readelf --dynamic "$file" | grep -E 'RPATH|RUNPATH' || fail "a path of its own: $file"
@@ -106,3 +115,29 @@ for host in "$folder/build/quickstart" "$folder/by-pkg-config"; do
 done
 [[ $("$root/usr/bin/veltra" query greeting name=Ada 'place=the library' --domain "$url") == "$greeting" ]] ||
   fail 'veltra got no answer'
+
+# --- the wheel and the sdist -------------------------------------------------------------------------
+
+# With Debian's tools, on a copy: they write beside what they read.
+mkdir "$folder/sources"
+cp -r "$source/bindings/python/"{README.md,pyproject.toml,veltra} "$folder/sources"
+rm -rf "$folder/sources/veltra/__pycache__"
+quietly /usr/bin/python3 -m build --no-isolation --outdir "$folder/dist" "$folder/sources"
+diff <(printf '%s\n' "${modules[@]/#/veltra/}" | sort) \
+  <(python3 -m zipfile -l "$folder/dist/veltra-$version-py3-none-any.whl" |
+    sed -n 's/^\(veltra\/[^ ]*\) .*/\1/p' | sort) ||
+  fail 'the files of the wheel (<: expected)'
+mkdir "$folder/sdist"
+tar -xzf "$folder/dist/veltra-$version.tar.gz" -C "$folder/sdist" --strip-components=1
+diff -r -x '*.egg-info' -x setup.cfg -x PKG-INFO "$folder/sources" "$folder/sdist" || fail 'the sdist'
+
+# ask_from FOLDER: in it, Python finds the package, and the package the library.
+ask_from() {
+  [[ $(env -u VELTRA_LIBRARY PYTHONPATH="$1" /usr/bin/python3 -B "$source/examples/python/ask.py" "$url") == *"$greeting"* ]] ||
+    fail "the package in $1 got no answer"
+}
+ask_from "$root/usr/lib/python3/dist-packages"
+quietly /usr/bin/python3 -m zipfile -e "$folder/dist/veltra-$version-py3-none-any.whl" "$folder/wheel"
+unset LD_LIBRARY_PATH
+cp "$root/usr/$libdir/libveltra.so.$major" "$folder/wheel/veltra"
+ask_from "$folder/wheel"

@@ -327,10 +327,6 @@ async def leave():
     await asyncio.sleep(0.1)
 loop = asyncio.new_event_loop()
 loop.run_until_complete(leave())"""),
-    ("exit by an exception", "query", """
-threading.Thread(target=ask, daemon=True).start()
-import atexit
-atexit.register(lambda: print("exit", flush=True))"""),
 ]
 END = """
 import asyncio, logging, sys, threading, veltra
