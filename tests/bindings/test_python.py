@@ -164,7 +164,8 @@ class SessionTest(unittest.TestCase):
             (veltra.CutOff, {"kind": "reset-in-body"}, {}, {"attempts": 3, "trace_id": "mine"}),
             (veltra.TimedOut, {"kind": "stall"}, {"timeout": 0.25}, {"retryable": True}),
             (veltra.ForbiddenWords, None, {"filter": veltra.Filter.INPUT, "sensitive": ["forbidden"]}, {}),
-            (veltra.Screened, None, {}, {"attempts": 0})]
+            (veltra.Screened, None, {}, {"attempts": 0}),
+            (veltra.TokenRejected, {"kind": "reject-token"}, {}, {"gateway_code": "500004"})]
         for expected, fault, options, fields in cases:
             with self.subTest(expected=expected):
                 veltra.set_phrases(["Ada"] if expected is veltra.Screened else [])
@@ -179,6 +180,8 @@ class SessionTest(unittest.TestCase):
                 self.assertEqual(vars(pickle.loads(pickle.dumps(error))), vars(error))
                 self.assertIn(error.detail, str(error))
         self.assertEqual(len({kind.outcome for kind in veltra.Error.__subclasses__()}), 16)
+
+    def test_phrase_keys(self):
         veltra.set_phrase_keys([veltra.phrase_key("Ada")], 1)
         self.assertRaises(veltra.Screened, self.ask)
 
