@@ -1,3 +1,4 @@
+#include "HostCall.h"
 #include "UserComment.h"
 
 #include <Oak/Base/Wipe.h>
@@ -20,7 +21,8 @@
 #include <vector>
 
 // The interface for C is a host of the library's own: it stands on the public headers, apart from
-// the wiping of secrets and the one default that differs here, the echo of bodies.
+// the wiping of secrets, the one default that differs here, the echo of bodies, and the one refusal
+// that C++ hosts aren't told of.
 
 namespace {
 
@@ -381,9 +383,10 @@ veltra_outcome veltra_set_http_options(const veltra_http_options* options) {
     if (options != nullptr && !Holds(*options, &veltra_http_options::size))
         return VELTRA_BAD_ARGUMENT;
     return Guarded([options] {
+        const Veltra::HostCall call;  // refused, the options are not set, and nobody says so
         Oak::Net::SetHttpClientOptions(options != nullptr ? ReadOptions(*options)
                                                           : Oak::Net::HttpClientOptions());
-        return VELTRA_SUCCEEDED;
+        return EnabledOr(static_cast<bool>(call));
     });
 }
 

@@ -278,8 +278,9 @@ class SessionTest(unittest.TestCase):
 
     def test_forked_child(self):
         def child():
-            for call in (self.ask, lambda: veltra.connect(gateway.url, KEYS), lambda: veltra.set_phrases([])):
-                with self.assertRaises(veltra.NotEnabled):
+            for says, call in [("", self.ask), ("phrases", lambda: veltra.set_phrases([])),
+                               ("options", lambda: veltra.connect(gateway.url, KEYS))]:
+                with self.assertRaisesRegex(veltra.NotEnabled, says):
                     call()
             self.session.close()
 
