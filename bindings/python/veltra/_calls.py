@@ -89,6 +89,7 @@ class Call:
     def wait(self, work: Callable[["Call"], Result]) -> Result:
         """Runs work on this thread. The main thread waits for another one instead: a signal's handler
         runs on it alone, and not while it is in the library. So Ctrl-C cancels the call."""
+        threads.refuse_at_end()
         if threading.current_thread() is not threading.main_thread():
             return self._run(work)
         try:

@@ -10,8 +10,9 @@ PATIENCE = 1.0  # seconds for a call to give up: a name look-up can't be cut sho
 
 
 class Threads:
-    """Those that are in a call. A thread that came back from the library into an interpreter which is
-    being taken down would be in danger, and would report its cancelled call to nobody: it stays here.
+    """Those that are in a call. None may come back from the library into an interpreter that is gone,
+    so that the end waits for them. It has cancelled their calls, of which nobody wants to hear: such a
+    thread ends by SystemExit, which Python doesn't report, so that who joins it at exit can.
     """
 
     def __init__(self) -> None:
@@ -24,31 +25,26 @@ class Threads:
 
     def __enter__(self) -> None:
         with self._condition:
-            if not self._ending:
-                self._inside += 1
-                return
-        _stay()
-        raise NotEnabled("the interpreter ends")
+            self.refuse_at_end()
+            self._inside += 1
 
     def __exit__(self, *_: object) -> None:
         with self._condition:
             self._inside -= 1
             self._condition.notify_all()
-            if not self._ending:
-                return
-        _stay()
+            self.refuse_at_end()
+
+    def refuse_at_end(self) -> None:
+        if self._ending and threading.current_thread() is threading.main_thread():
+            raise NotEnabled("the interpreter ends")  # to a function of the host that runs at exit
+        if self._ending:
+            raise SystemExit
 
     def end(self, cancel: Callable[[], None]) -> None:
         with self._condition:
             self._ending = True
             cancel()
             self._condition.wait_for(lambda: self._inside == 0, PATIENCE)
-
-
-def _stay() -> None:
-    """For good, unless this is the main thread: functions that host code runs at exit may call too."""
-    if threading.current_thread() is not threading.main_thread():
-        threading.Event().wait()
 
 
 threads = Threads()
