@@ -195,6 +195,7 @@ TEST_F(CInterfaceTest, ACallIsSteeredByItsControl) {
     EXPECT_EQ(Ask("World"), "TimedOut");
     EXPECT_GE(veltra_call_milliseconds(call.get()), 100U);
     veltra_call_set_time_limit(call.get(), 0);
+    ASSERT_TRUE(server.waitUntil([&] { return server.stalled() == 0; }));
 
     std::string other;
     std::thread caller([&] { other = Ask("World"); });
