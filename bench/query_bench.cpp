@@ -7,6 +7,8 @@
 #include "support/plain_client.h"
 #include "support/texts.h"
 
+#include <Veltra/veltra_c.h>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -68,6 +70,41 @@ void QueryBesideKeptHandle(benchmark::State& state, Scheme scheme, std::size_t p
 BENCHMARK_CAPTURE(QueryBesideKeptHandle, http, Scheme::http, 0)->UseManualTime();
 BENCHMARK_CAPTURE(QueryBesideKeptHandle, https, Scheme::https, 0)->UseManualTime();
 BENCHMARK_CAPTURE(QueryBesideKeptHandle, screened, Scheme::https, 10000)->UseManualTime();
+
+/// The same query by the interface for C, with a control for its report.
+class CSession {
+ public:
+    CSession() {
+        for (const auto& [name, value] : bench::EightElements())
+            veltra_query_set_value(query_.get(), name.c_str(), value.c_str());
+        veltra_query_set_trace_id(query_.get(), bench::sessionId);
+    }
+
+    bool Query(std::string& answer) {
+        char* text = nullptr;
+        std::size_t length = 0;
+        if (veltra_query_run(query_.get(), &text, &length, call_.get()) != VELTRA_SUCCEEDED)
+            return false;
+        answer.assign(text, length);
+        veltra_free(text);
+        return true;
+    }
+
+ private:
+    std::unique_ptr<veltra_query, decltype(&veltra_query_free)> query_{
+        veltra_query_new(bench::promptKey), veltra_query_free};
+    std::unique_ptr<veltra_call, decltype(&veltra_call_free)> call_{veltra_call_new(),
+                                                                    veltra_call_free};
+};
+
+void QueryInCBesideCpp(benchmark::State& state) {
+    UseLibrary(Scheme::http);
+    CSession inC;
+    HostSession inCpp;
+    bench::InTurn(
+        state, 50, Sample::eachCall, [&] { MustQuery(inC); }, [&] { MustQuery(inCpp); });
+}
+BENCHMARK(QueryInCBesideCpp)->UseManualTime();
 
 void QueryBesideConnectionPerQuery(benchmark::State& state) {
     UseLibrary(Scheme::https);

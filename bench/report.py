@@ -85,6 +85,8 @@ ROWS = [
     Row("query over HTTPS, p50", "QueryBesideKeptHandle/https", kept, microseconds, at_most=1.05),
     Row("… with a list of 10,000 phrase keys", "QueryBesideKeptHandle/screened", kept,
         microseconds),
+    Row("query over HTTP by the C interface, p50", "QueryInCBesideCpp", "the same from C++",
+        microseconds, at_most=1.02),
     Row("query over HTTPS, p50, times as fast", "QueryBesideConnectionPerQuery",
         "a connection per query", microseconds, inverse=True, at_least=20),
     Row("16 threads over HTTPS", "QueriesPerSecond/16", "16 such loops", per_second,

@@ -22,8 +22,8 @@ namespace Veltra {
 ///     if (!session->ExecuteQuery(message, answer)) show(Veltra_LastCall().Detail());
 ///
 /// A call that is cancelled, or whose time is up, returns false within 100 ms, whatever it waits
-/// for: an exchange, a renewal on another thread, a pause. Only the system's look-up of a name may
-/// take longer. It leaves behind what any failed call leaves: a query has code 2, and a login or
+/// for: an exchange, a renewal on another thread, a pause. Only what can't be cut short may take
+/// longer: the system's look-up of a name, and reading its certificates as TLS begins. It leaves behind what any failed call leaves: a query has code 2, and a login or
 /// renewal changes neither flags nor token. The connection of an exchange that was cut is closed,
 /// and nothing of its answer reaches a later call. The gateway may have acted on a request whose
 /// answer didn't arrive.

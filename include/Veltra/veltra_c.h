@@ -148,8 +148,8 @@ VELTRA_API void veltra_call_free(veltra_call* call);
 VELTRA_API void veltra_call_set_time_limit(veltra_call* call, uint32_t milliseconds);
 
 /**
- * Cancels the call under way, which returns within 100 ms, and refuses later ones until
- * `veltra_call_reset`. Doesn't wait for it. A call whose answer has arrived already returns it.
+ * Cancels the call under way, which returns within 100 ms (a name look-up may take longer), and
+ * refuses later ones until `veltra_call_reset`. Doesn't wait for it. A call whose answer has arrived already returns it.
  * @param call  the object
  */
 VELTRA_API void veltra_call_cancel(veltra_call* call);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -182,7 +183,12 @@ void EndIn(const std::string& state, const std::string& end) {
                 end == "unload" ? LIFETIME_LOADER : LIFETIME_HOST, state, stage.server.baseUrl(),
                 stage.ca->Path(), end == "unload" ? "1" : end, LIFETIME_PLUGIN});
     ASSERT_TRUE(stage.Reach(host, state)) << state << ", " << end;
+    const auto begun = std::chrono::steady_clock::now();
     const int status = host.Status();
+    // Promised of a monitor that is stalled in its probe, whose exchange had three seconds.
+    if (state == "probing" && !kSanitized) {
+        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(2)) << end;
+    }
     const int code = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
     EXPECT_EQ(code, end == "throw" ? -SIGABRT : 0) << state << ", " << end;
 }
