@@ -94,6 +94,8 @@ usage 'needs detail, progress, warning, error, none, or' time T --log-level loud
 usage '' query
 usage 'no option --no-such; see veltra query --help' query --no-such
 usage '' query greeting
+usage 'expected NAME=VALUE: name' query greeting name
+usage '--satisfaction: good is not a number; see' feedback submit --trace-id t --satisfaction good
 VELTRA_APP_KEY=half usage '' query greeting
 usage 'see veltra query --help' query greeting --repeat 0
 usage 'see veltra query --help' query greeting --repeat 9 --threads 257

@@ -100,7 +100,8 @@ int main(int argc, char** argv) {
         completeArguments(arguments);
         return run(arguments, end);
     } catch (const CLI::ParseError& error) {
-        if (app.exit(error) == 0) return 0;
+        if (error.get_exit_code() == 0) return app.exit(error);
+        std::cerr << "veltra-gateway: " << error.what() << "; see veltra-gateway --help\n";
         if (wantsJson(argc, argv)) printJson(false, "message", error.what());
         return kUsage;
     } catch (const std::exception& error) {

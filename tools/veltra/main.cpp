@@ -71,14 +71,24 @@ std::string fullName(const CLI::App& app) {
     return above == nullptr ? app.get_name() : fullName(*above) + ' ' + app.get_name();
 }
 
+/// The parser's words, but for a value that is no number: of that it says what it tried to do.
+std::string wordsOf(const CLI::ParseError& error) {
+    constexpr std::string_view raw = "Could not convert: ";
+    const std::string words = error.what();
+    const auto equals = words.find(" = ");
+    if (words.rfind(raw, 0) != 0 || equals == words.npos) return words;
+    return words.substr(raw.size(), equals - raw.size()) + ": " + words.substr(equals + 3) +
+           " is not a number";
+}
+
 /// The parser speaks of what is missing before it speaks of what it doesn't know, which is often
 /// the cause.
 std::string reasonOf(const CLI::App& command, const CLI::ParseError& error) {
     const auto unknown = command.remaining();
-    if (unknown.empty()) return error.what();
+    if (unknown.empty()) return wordsOf(error);
     if (unknown.front().rfind('-', 0) == 0) return "there is no option " + unknown.front();
     const bool lacksSubcommand = command.get_require_subcommand_min() > 0;
-    return lacksSubcommand ? "there is no subcommand " + unknown.front() : error.what();
+    return lacksSubcommand ? "there is no subcommand " + unknown.front() : wordsOf(error);
 }
 
 int failToParse(bool json, const CLI::App& app, const CLI::ParseError& error) {

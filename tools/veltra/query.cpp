@@ -155,6 +155,7 @@ int runOften(const QueryOptions& options, const Values& values) {
 
 int logInAndRun(const QueryOptions& options) {
     // Whatever is wrong with the arguments comes to light before the first exchange.
+    checkForm(options.assignments);
     const auto credentials = loadCredentials(options.common.credentialsFile);
     const auto values = readValues(options.assignments);
     const auto message = makeMessage(options, values);

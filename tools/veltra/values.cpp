@@ -58,15 +58,25 @@ class ValueReader {
     bool inputIsTaken_ = false;
 };
 
+std::size_t endOfName(const std::string& assignment) {
+    const auto equals = assignment.find('=');
+    if (equals == 0 || equals == assignment.npos)
+        throw UsageError("expected NAME=VALUE: " + assignment);
+    return equals;
+}
+
 }  // namespace
+
+void checkForm(const std::vector<std::string>& assignments) {
+    for (const auto& assignment : assignments)
+        endOfName(assignment);
+}
 
 Values readValues(const std::vector<std::string>& assignments) {
     Values values;
     ValueReader reader;
     for (const auto& assignment : assignments) {
-        const auto equals = assignment.find('=');
-        if (equals == 0 || equals == assignment.npos)
-            throw UsageError("expected NAME=VALUE: " + assignment);
+        const auto equals = endOfName(assignment);
         const std::string name = assignment.substr(0, equals);
         if (values.count(name) != 0) throw UsageError("given twice: " + name);
         values.emplace(name, reader.read(name, assignment.substr(equals + 1)));
