@@ -293,7 +293,7 @@ const char* veltra_outcome_name(veltra_outcome outcome) {
 }
 
 void veltra_free(void* text) {
-    const Text owner(static_cast<char*>(text));
+    delete[] static_cast<char*>(text);
 }
 
 // --- the layer -----------------------------------------------------------------------------------
@@ -326,7 +326,7 @@ veltra_call* veltra_call_new(void) {
 }
 
 void veltra_call_free(veltra_call* call) {
-    const std::unique_ptr<veltra_call> owner(call);
+    delete call;
 }
 
 void veltra_call_set_time_limit(veltra_call* call, uint32_t milliseconds) {
@@ -459,7 +459,7 @@ veltra_query* veltra_query_new(const char* prompt_key) {
 }
 
 void veltra_query_free(veltra_query* query) {
-    const std::unique_ptr<veltra_query> owner(query);
+    delete query;
 }
 
 veltra_outcome veltra_query_set_value(veltra_query* query, const char* name, const char* value) {
@@ -528,7 +528,7 @@ veltra_feedback* veltra_feedback_new(const char* trace_id) {
 }
 
 void veltra_feedback_free(veltra_feedback* feedback) {
-    const std::unique_ptr<veltra_feedback> owner(feedback);
+    delete feedback;
 }
 
 veltra_outcome veltra_feedback_set_satisfaction(veltra_feedback* feedback, int32_t satisfaction) {

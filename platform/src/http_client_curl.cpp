@@ -375,7 +375,8 @@ void ForgetExchange(PooledHandle& handle, const CHttpClientRequest& request) {
         else
             handle.curl.Reset();
         // Not assigned: a text to which an empty one is assigned keeps its old bytes.
-        const HttpTarget gone = std::exchange(handle.target, HttpTarget());
+        HttpTarget gone;
+        std::swap(gone, handle.target);
         return;
     }
     SetReception(handle.curl, nullptr);

@@ -74,7 +74,7 @@ std::string fullName(const CLI::App& app) {
 /// The parser's words, but for a value that is no number: of that it says what it tried to do.
 std::string wordsOf(const CLI::ParseError& error) {
     constexpr std::string_view raw = "Could not convert: ";
-    const std::string words = error.what();
+    std::string words = error.what();
     const auto equals = words.find(" = ");
     if (words.rfind(raw, 0) != 0 || equals == words.npos) return words;
     return words.substr(raw.size(), equals - raw.size()) + ": " + words.substr(equals + 3) +
