@@ -83,7 +83,7 @@ void addConnection(CLI::App& command, CommonOptions& options) {
         ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
     command
         .add_flag("--allow-plain-http", http.allowPlainHttp,
-                  "Allow http to hosts other than this one; everyone on the road can read along")
+                  "Allow http to other hosts; anyone on the network path can read along")
         ->group(kConnection);
 }
 

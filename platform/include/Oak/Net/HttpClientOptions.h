@@ -47,7 +47,7 @@ struct HttpClientOptions {
     std::string proxy;
 
     /// Allows plain http to addresses other than loopback. Without it such a request is refused:
-    /// it would show the token, or a picture, to everyone on the road. It concerns the gateway's
+    /// anyone on the network path could read the token, or a picture. It concerns the gateway's
     /// and the storage's URLs, not the proxy's.
     bool allowPlainHttp = false;
 };
