@@ -25,6 +25,11 @@ foreach(header Oak/Base/Export.h Oak/Net/HttpClientOptions.h qlog/qlog.h)
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT development)
 endforeach()
 
+if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)  # once the owner has chosen one
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT development)
+endif()
+
 if(NOT WIN32)  # where hosts have no pkg-config
   # The file finds the library beside itself and the prefix from there, wherever the tree was moved to.
   # Only a library folder outside the prefix ties it to the prefix of the configuration.
