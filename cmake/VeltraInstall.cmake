@@ -30,7 +30,13 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)  # once the owner has chosen one
     COMPONENT development)
 endif()
 
-if(NOT WIN32)  # where hosts have no pkg-config
+# The pages that the programs' help and the headers name.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libveltra-dev
+  COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN man EXCLUDE)
+
+if(NOT WIN32)  # where hosts have neither manual pages nor pkg-config
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/man/veltra.3
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
   # The file finds the library beside itself and the prefix from there, wherever the tree was moved to.
   # Only a library folder outside the prefix ties it to the prefix of the configuration.
   if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")

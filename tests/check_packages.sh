@@ -36,12 +36,14 @@ expect_files() {
 }
 expect_files "$runtime" "$libdir/libveltra.so."{"$major","$version"} \
   "share/doc/libveltra$major/CHANGELOG.md"
+mapfile -t pages < <(cd "$source" && find docs -name '*.md' -printf 'share/doc/libveltra-dev/%p\n' \
+  -o -name '*.svg' -printf 'share/doc/libveltra-dev/%p\n')
 expect_files "$development" "$libdir/libveltra.so" "$libdir/pkgconfig/veltra.pc" \
   "$libdir/cmake/Veltra/Veltra"{Config,ConfigVersion,Targets,Targets-release}.cmake \
   include/Veltra/{AiHelper,Base64,Call,Comment,Export,HumanMessage,JsonText,LLMSession,LicenseInfo}.h \
   include/Veltra/{PhraseKey,Service,TimeConversion,Types,Veltra,Version,veltra_c}.h \
   include/Oak/Base/Export.h include/Oak/Net/HttpClientOptions.h include/qlog/qlog.h \
-  share/doc/libveltra-dev/CHANGELOG.md
+  share/man/man3/veltra.3 share/doc/libveltra-dev/CHANGELOG.md "${pages[@]}"
 for program in veltra veltra-gateway; do
   programs+=("bin/$program" "share/man/man1/$program.1" "share/bash-completion/completions/$program")
 done
