@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -27,9 +28,17 @@
 #ifdef SECRETS_WIPE_FREED
 extern "C" void __libc_free(void*);  // NOLINT: the C library's name
 
-/// In place of the C library's, so that a search finds only what is kept.
+static std::atomic<bool> wipesFreed{false};
+
+/// While it lives, a search finds only what is kept.
+struct WhatIsFreedIsWiped {
+    WhatIsFreedIsWiped() { wipesFreed = true; }
+    ~WhatIsFreedIsWiped() { wipesFreed = false; }
+};
+
+/// In place of the C library's.
 extern "C" void free(void* memory) noexcept {
-    if (memory != nullptr) explicit_bzero(memory, malloc_usable_size(memory));
+    if (memory != nullptr && wipesFreed) explicit_bzero(memory, malloc_usable_size(memory));
     __libc_free(memory);
 }
 #endif
@@ -137,6 +146,9 @@ TEST_P(SecretsTest, NoBodyOutlivesItsCall) {
 TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
     TestSupport::OtherProcess other(
         [](std::FILE* input, std::FILE* output) { Serve(GetParam(), input, output); });
+#ifdef SECRETS_WIPE_FREED  // what the libraries below have freed is theirs
+    const WhatIsFreedIsWiped onlyKept;
+#endif
     const std::string url = other.Line();
     Oak::Net::HttpClientOptions http;
     http.caFile = other.Line();
@@ -156,7 +168,7 @@ TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
     EXPECT_GT(FindKeys().keys, 1U) << "the test's own, and those that renewals need";
     EXPECT_TRUE(Veltra::Veltra_Logout());
     EXPECT_EQ(FindKeys().keys, 1U) << "the test's own alone";
-#ifdef SECRETS_WIPE_FREED  // what the libraries below have freed is theirs
+#ifdef SECRETS_WIPE_FREED
     std::size_t tokens = 0;
     SearchThisProcess([&](const std::string& bytes) {
         for (auto at = bytes.find(token); at != bytes.npos; at = bytes.find(token, at + 1))
@@ -173,6 +185,7 @@ TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
 TEST(SignatureTest, IsNotKeptWithItsConnection) {
     TestSupport::OtherProcess other(
         [](std::FILE* input, std::FILE* output) { Serve(false, input, output); });
+    const WhatIsFreedIsWiped onlyKept;
     const std::string url = other.Line();
     const auto isKeptAfter = [&](const char* method, const std::string& target, char filling) {
         {
