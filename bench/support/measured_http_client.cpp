@@ -4,6 +4,7 @@
 #include "support/plain_client.h"
 
 #include <Oak/Net/HttpClient.h>
+#include <Oak/Net/HttpClientOptions.h>
 
 #include <cstddef>
 #include <ctime>
@@ -86,5 +87,9 @@ bool HttpClient::Send(const CHttpClientRequest& request, CHttpClientResponse* re
     bench::lastExchange.end = bench::Moment::Now();
     return done;
 }
+
+void HttpClient::WakeAll() noexcept {}  // nobody cancels here
+
+void SetHttpClientOptions(const HttpClientOptions& /*options*/) {}
 
 }  // namespace Oak::Net
