@@ -14,6 +14,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_set>
@@ -68,7 +69,27 @@ struct veltra_query {
     Veltra::FilterType filter = Veltra::FilterType::None;
     std::vector<std::string> sensitive;
     std::string traceId;
+
+    /// What a run hands in: made by the first one after a change, for all that follow.
+    std::shared_ptr<Veltra::CHumanMessage> Message() const;
+    void Changed() noexcept { message_.reset(); }  // while nobody runs it
+
+ private:
+    mutable std::mutex mutex_;
+    mutable std::shared_ptr<Veltra::CHumanMessage> message_;  // never changed once it is here
 };
+
+std::shared_ptr<Veltra::CHumanMessage> veltra_query::Message() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (message_) return message_;
+    const auto message = std::make_shared<Veltra::CHumanMessage>();
+    message->SetElements(promptKey, values);
+    message->SetFilterType(filter);
+    message->SetSensitiveContent(sensitive);
+    message->SetSessionID(EscapeJson(traceId));
+    message_ = message;
+    return message;
+}
 
 struct veltra_feedback {
     std::string traceId;
@@ -467,6 +488,7 @@ veltra_outcome veltra_query_set_value(veltra_query* query, const char* name, con
     return Guarded([&] {
         std::string escaped = EscapeJson(value);
         query->values.insert_or_assign(EscapeJson(name), std::move(escaped));
+        query->Changed();
         return VELTRA_SUCCEEDED;
     });
 }
@@ -475,6 +497,7 @@ veltra_outcome veltra_query_set_filter(veltra_query* query, int32_t filter) {
     const auto last = static_cast<std::int32_t>(Veltra::FilterType::CheckOutput);
     if (query == nullptr || filter < 1 || filter > last) return VELTRA_BAD_ARGUMENT;
     query->filter = static_cast<Veltra::FilterType>(filter);
+    query->Changed();
     return VELTRA_SUCCEEDED;
 }
 
@@ -482,6 +505,7 @@ veltra_outcome veltra_query_add_sensitive(veltra_query* query, const char* text)
     if (query == nullptr || text == nullptr) return VELTRA_BAD_ARGUMENT;
     return Guarded([&] {
         query->sensitive.push_back(EscapeJson(text));
+        query->Changed();
         return VELTRA_SUCCEEDED;
     });
 }
@@ -490,6 +514,7 @@ veltra_outcome veltra_query_set_trace_id(veltra_query* query, const char* trace_
     if (query == nullptr || trace_id == nullptr) return VELTRA_BAD_ARGUMENT;
     return Guarded([&] {
         query->traceId = trace_id;
+        query->Changed();
         return VELTRA_SUCCEEDED;
     });
 }
@@ -497,15 +522,10 @@ veltra_outcome veltra_query_set_trace_id(veltra_query* query, const char* trace_
 veltra_outcome veltra_query_run(const veltra_query* query, char** answer, size_t* length,
                                 veltra_call* call) {
     const auto run = [&] {
-        const auto message = std::make_shared<Veltra::CHumanMessage>();
-        message->SetElements(query->promptKey, query->values);
-        message->SetFilterType(query->filter);
-        message->SetSensitiveContent(query->sensitive);
-        message->SetSessionID(EscapeJson(query->traceId));
-
         Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
         std::shared_ptr<Veltra::CLLMMessage> result;
-        if (!helper.GetLLMSessionItem(Veltra::LLMType::Default)->ExecuteQuery(message, result))
+        if (!helper.GetLLMSessionItem(Veltra::LLMType::Default)
+                 ->ExecuteQuery(query->Message(), result))
             return false;
         const std::string content = result->GetContent();
         *answer = CopyOf(content).release();

@@ -328,6 +328,7 @@ VELTRA_API uint64_t veltra_phrase_key(const char* phrase);
 
 /**
  * The input of a query. One thread at a time may change it; while none does, any number may run it.
+ * It keeps its values twice from the first run on.
  */
 typedef struct veltra_query veltra_query;
 
