@@ -41,16 +41,20 @@ struct Report {
     std::string detail;
     std::string traceId;
 
-    Report() = default;
-    explicit Report(const Veltra::CCallReport& report)
-        : attempts(report.Attempts()),
-          httpStatus(report.HttpStatus()),
-          milliseconds(report.Milliseconds()),
-          retryable(report.Retryable()),
-          gatewayCode(report.GatewayCode()),
-          gatewayMessage(report.GatewayMessage()),
-          detail(report.Detail()),
-          traceId(report.TraceId()) {}
+    /// @param plainTraceId  null or empty: that of the report is plain
+    void Take(const Veltra::CCallReport& report, const std::string* plainTraceId) {
+        attempts = report.Attempts();
+        httpStatus = report.HttpStatus();
+        milliseconds = report.Milliseconds();
+        retryable = report.Retryable();
+        gatewayCode = report.GatewayCode();
+        gatewayMessage = report.GatewayMessage();
+        detail = report.Detail();
+        if (plainTraceId != nullptr && !plainTraceId->empty())
+            traceId = *plainTraceId;  // mostly the same again: into the memory that is there
+        else
+            traceId = report.TraceId();
+    }
 };
 
 }  // namespace
@@ -64,6 +68,7 @@ struct veltra_call {
 // Texts stand here escaped, but for the trace ids that reports give back.
 
 struct veltra_query {
+    mutable Veltra::CAiHelper helper{Veltra::ProductType::Default, ""};
     std::string promptKey;
     std::map<std::string, std::string> values;
     Veltra::FilterType filter = Veltra::FilterType::None;
@@ -184,9 +189,7 @@ veltra_outcome Steered(veltra_call* call, const std::string* traceId, Work work)
         }
         if (call == nullptr) return done ? VELTRA_SUCCEEDED : Why(Veltra::Veltra_LastCall());
         const Veltra::CCallReport last = Veltra::Veltra_LastCall();
-        Report report(last);
-        if (traceId != nullptr && !traceId->empty()) report.traceId = *traceId;
-        call->report = std::move(report);
+        call->report.Take(last, traceId);
         return done ? VELTRA_SUCCEEDED : Why(last);
     } catch (const std::exception&) {
         Note(call, done ? "" : "there is not enough memory");
@@ -522,11 +525,9 @@ veltra_outcome veltra_query_set_trace_id(veltra_query* query, const char* trace_
 veltra_outcome veltra_query_run(const veltra_query* query, char** answer, size_t* length,
                                 veltra_call* call) {
     const auto run = [&] {
-        Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
+        const auto session = query->helper.GetLLMSessionItem(Veltra::LLMType::Default);
         std::shared_ptr<Veltra::CLLMMessage> result;
-        if (!helper.GetLLMSessionItem(Veltra::LLMType::Default)
-                 ->ExecuteQuery(query->Message(), result))
-            return false;
+        if (!session->ExecuteQuery(query->Message(), result)) return false;
         const std::string content = result->GetContent();
         *answer = CopyOf(content).release();
         if (length != nullptr) *length = content.size();
