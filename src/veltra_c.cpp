@@ -87,7 +87,7 @@ struct veltra_query {
 std::shared_ptr<Veltra::CHumanMessage> veltra_query::Message() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (message_) return message_;
-    const auto message = std::make_shared<Veltra::CHumanMessage>();
+    auto message = std::make_shared<Veltra::CHumanMessage>();
     message->SetElements(promptKey, values);
     message->SetFilterType(filter);
     message->SetSensitiveContent(sensitive);
