@@ -6,6 +6,7 @@
 
 import asyncio
 import concurrent.futures
+import faulthandler
 import hashlib
 import json
 import logging
@@ -85,6 +86,7 @@ def setUpModule():
     global gateway, ends
     ends = [End(*case) for case in ENDS]  # they wait for their monitors meanwhile
     gateway = Gateway()
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # also where the test was started in the background
     logging.getLogger("veltra").addHandler(logging.NullHandler())  # in place of standard error
 
 
@@ -337,6 +339,9 @@ END = """
 import asyncio, atexit, logging, sys, threading, veltra
 logging.basicConfig(level=logging.DEBUG, stream=sys.stdout)
 veltra.set_log_level(logging.DEBUG)
+def say(line):
+    sys.stdout.write(line + "\\n")  # whole, where threads write log records between the pieces of print()
+    sys.stdout.flush()
 threads = []
 def start(work, count):
     threads.extend(threading.Thread(target=work, daemon=True) for _ in range(count))
@@ -344,11 +349,11 @@ def start(work, count):
 def last():
     for thread in threads: thread.join()
     try: ask()
-    except veltra.NotEnabled: print("refused")
+    except veltra.NotEnabled: say("refused")
 atexit.register(last)
 session = veltra.connect(sys.argv[1], [("demo", "secret")], ca_file=sys.argv[2])
 def ask(): return session.query("greeting", {})
-print("logged in", flush=True)
+say("logged in")
 sys.stdin.readline()
 """
 
@@ -357,7 +362,7 @@ class End:
     def __init__(self, name, stalls, code):
         self.name, self.gateway = name, Gateway()
         environment = {**os.environ, "PYTHONPATH": str(ROOT / "bindings/python")}
-        program = END + code + '\nprint("busy", flush=True)\nsys.stdin.readline()\n'
+        program = END + code + '\nsay("busy")\nsys.stdin.readline()\n'
         self.process = subprocess.Popen([sys.executable, "-c", program, self.gateway.url, self.gateway.ca_file],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         text=True, env=environment)
@@ -383,4 +388,5 @@ class End:
 
 
 if __name__ == "__main__":
+    faulthandler.dump_traceback_later(100, exit=True)  # tells where a test hangs, before its limit
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
