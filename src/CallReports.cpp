@@ -29,36 +29,40 @@ void CallReports::Keep(const std::function<CCallReportIMP()>& report) noexcept {
 
 void CallReports::Store(CCallReportIMP report) {
     const std::uint64_t thread = ThisThread();
+    Part& part = PartOf(thread);
+    Entries& entries = part.entries;
     Entries fresh;  // outlasts the lock, as what is replaced does
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto known = places_.find(thread);
-    if (known != places_.end()) {
-        entries_.splice(entries_.begin(), entries_, known->second);
-        std::swap(entries_.front().report, report);
+    const std::lock_guard<std::mutex> lock(part.mutex);
+    const auto known = part.places.find(thread);
+    if (known != part.places.end()) {
+        entries.splice(entries.begin(), entries, known->second);
+        std::swap(entries.front().report, report);
         return;
     }
     fresh.push_front({thread, std::move(report)});
-    places_.emplace(thread, fresh.begin());
-    entries_.splice(entries_.begin(), fresh);
-    if (entries_.size() <= mostThreads) return;
-    places_.erase(entries_.back().thread);
-    fresh.splice(fresh.begin(), entries_, std::prev(entries_.end()));
+    part.places.emplace(thread, fresh.begin());
+    entries.splice(entries.begin(), fresh);
+    if (entries.size() <= mostThreads / parts) return;
+    part.places.erase(entries.back().thread);
+    fresh.splice(fresh.begin(), entries, std::prev(entries.end()));
 }
 
 void CallReports::Forget() noexcept {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto known = places_.find(ThisThread());
-    if (known == places_.end()) return;
-    entries_.erase(known->second);
-    places_.erase(known);
+    Part& part = PartOf(ThisThread());
+    const std::lock_guard<std::mutex> lock(part.mutex);
+    const auto known = part.places.find(ThisThread());
+    if (known == part.places.end()) return;
+    part.entries.erase(known->second);
+    part.places.erase(known);
 }
 
-CCallReport CallReports::OfThisThread() const {
+CCallReport CallReports::OfThisThread() {
     const auto copy = std::make_shared<CCallReportIMP>();
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        const auto known = places_.find(ThisThread());
-        if (known == places_.end()) return {};
+        Part& part = PartOf(ThisThread());
+        const std::lock_guard<std::mutex> lock(part.mutex);
+        const auto known = part.places.find(ThisThread());
+        if (known == part.places.end()) return {};
         *copy = known->second->report;
     }
     return CCallReport(copy);

@@ -33,12 +33,14 @@ milliseconds Until(CallWatch::Clock::time_point end) {
 }
 
 /// Cut between two characters.
-std::string Shortened(const std::string& text) {
+std::string Shortened(std::string text) {
     if (text.size() <= kMostMessage) return text;
     std::size_t end = kMostMessage;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
         --end;
-    return text.substr(0, end);
+    text.resize(end);
+    text.shrink_to_fit();
+    return text;
 }
 
 }  // namespace
@@ -180,10 +182,10 @@ void CallWatch::NoteStatus(std::int32_t status) noexcept {
     if (currentWatch != nullptr) currentWatch->report_.httpStatus = status;
 }
 
-void CallWatch::NoteGateway(const std::string& code, const std::string& message) {
+void CallWatch::NoteGateway(std::string code, std::string message) {
     if (currentWatch == nullptr) return;
-    currentWatch->report_.gatewayCode = Shortened(code);
-    currentWatch->report_.gatewayMessage = Shortened(message);
+    currentWatch->report_.gatewayCode = Shortened(std::move(code));
+    currentWatch->report_.gatewayMessage = Shortened(std::move(message));
 }
 
 void CallWatch::NoteFailure(CallOutcome outcome, const std::string& detail) {

@@ -87,7 +87,7 @@ class CallWatch : private Oak::Base::CNoncopyable {
     /// What happened, for the report. The last failure counts, and none after the call was over.
     static void NoteAttempt() noexcept;
     static void NoteStatus(std::int32_t status) noexcept;
-    static void NoteGateway(const std::string& code, const std::string& message);
+    static void NoteGateway(std::string code, std::string message);
     static void NoteFailure(CallOutcome outcome, const std::string& detail);
     static void NoteTraceId(const std::string& traceId);
 

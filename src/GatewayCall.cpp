@@ -3,6 +3,7 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Veltra {
 
@@ -44,13 +45,13 @@ bool IsPlain(const std::string& code) {
 }  // namespace
 
 Oak::Net::CHttpClientRequest MakeGatewayRequest(const GatewayAccess& access, const char* path,
-                                                const std::string& body) {
+                                                std::string body) {
     Oak::Net::CHttpClientRequest request("POST", Oak::Net::URL(access.domain + path));
     request.SetContentType("application/json");
     std::string bearer = "Bearer " + access.token;
     request.AddHeaderField("Authorization", bearer);
     Oak::Base::Wipe(bearer);
-    request.SetData(body);
+    request.SetData(std::move(body));
     return request;
 }
 

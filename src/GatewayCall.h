@@ -42,7 +42,7 @@ struct GatewayAccess {
 
 /// A POST of `body` with the bearer token.
 Oak::Net::CHttpClientRequest MakeGatewayRequest(const GatewayAccess& access, const char* path,
-                                                const std::string& body);
+                                                std::string body);
 
 /// Sends once, within `limit`, unless the call is over. Every exchange of the layer goes through
 /// here: the call's report has its attempts, statuses and failures from this place.

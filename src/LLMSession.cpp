@@ -193,16 +193,18 @@ bool AISession::Send(Query& query) {
         errorCode_ = kNoInputOrToken;
         return false;
     }
-    auto request = MakeGatewayRequest(access, kQueryPath, query.body);
     VELTRA_LOG(query.operation, 2, "request:%s", query.body.c_str());
+    auto request = MakeGatewayRequest(access, kQueryPath, std::move(query.body));
 
     Oak::Net::CHttpClientResponse response;
-    if (!SendGatewayCall(query.operation, request, response, kLongExchange)) {
+    const bool sent = SendGatewayCall(query.operation, request, response, kLongExchange);
+    query.body = request.TakeData();
+    if (!sent) {
         errorCode_ = kNotSent;
         errorMessage_ = "client send message failed";
         return false;
     }
-    response.GetResponseData(&query.response);
+    query.response = response.TakeData();
     VELTRA_LOG(query.operation, 3, "request:%s,http client get response:%s", query.body.c_str(),
                query.response.c_str());
     if (query.response.empty()) {
@@ -223,14 +225,14 @@ bool AISession::Parse(Query& query, std::shared_ptr<CLLMMessage>& result) const 
         CallWatch::NoteFailure(CallOutcome::BadAnswer, "the answer is not JSON");
         return false;
     }
-    const std::string errorCode = document->get_str("/errorCode", "");
+    std::string errorCode = document->get_str("/errorCode", "");
     if (errorCode == "0") {
         std::string content = document->get_str("/data/resultStr", "");
         if (content.empty()) {
             VELTRA_LOG(query.operation, 4, "data is empty,http client get response:%s",
                        query.response.c_str());
         }
-        CallWatch::NoteGateway(errorCode, document->get_str("/message", ""));
+        CallWatch::NoteGateway(std::move(errorCode), document->get_str("/message", ""));
         result = std::make_shared<AIMessage>(std::move(content));
         return true;
     }

@@ -1,9 +1,12 @@
 #include "curl_handle.h"
 
+#include <Oak/Base/Wipe.h>
+
 #include <openssl/ssl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <utility>
@@ -11,10 +14,8 @@
 namespace Oak::Net {
 
 void CurlDeleter::operator()(curl_slist* list) const noexcept {
-    for (const curl_slist* line = list; line != nullptr; line = line->next) {
-        for (volatile char* byte = line->data; *byte != '\0'; ++byte)
-            *byte = ' ';
-    }
+    for (const curl_slist* line = list; line != nullptr; line = line->next)
+        Oak::Base::Wipe(line->data, std::strlen(line->data));
     curl_slist_free_all(list);
 }
 
@@ -44,7 +45,7 @@ CurlHandle::CurlHandle(CURLSH* share)
 
 // As curl_easy_perform goes about it, which however looks for something to wait for before it has
 // sent anything: one system call more in each exchange.
-CURLcode CurlHandle::Perform(const ExchangeWait& wait) noexcept {
+CURLcode CurlHandle::Perform(ExchangeWait& wait) noexcept {
     if (setUp_ != CURLE_OK) return setUp_;
     if (multi_ == nullptr || curl_multi_add_handle(multi_.get(), easy_.get()) != CURLM_OK)
         return CURLE_OUT_OF_MEMORY;
@@ -54,7 +55,7 @@ CURLcode CurlHandle::Perform(const ExchangeWait& wait) noexcept {
     return code;
 }
 
-CURLcode CurlHandle::Drive(const ExchangeWait& wait) noexcept {
+CURLcode CurlHandle::Drive(ExchangeWait& wait) noexcept {
     CURLM* const multi = multi_.get();
     CURLMcode state = CURLM_OK;
     for (int running = 1;;) {
@@ -64,6 +65,7 @@ CURLcode CurlHandle::Drive(const ExchangeWait& wait) noexcept {
         const auto longest = static_cast<int>(wait.Longest().count());
         state = curl_multi_poll(multi, nullptr, 0, longest, nullptr);
         if (state != CURLM_OK) break;
+        wait.LookAtClock();
     }
     int left = 0;
     const CURLMsg* const message = curl_multi_info_read(multi, &left);

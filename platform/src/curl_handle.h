@@ -78,7 +78,7 @@ class CurlHandle : private Oak::Base::CNoncopyable {
 
     /// Performs the exchange that was set up; the setters' failure, if there was one. An exchange
     /// that `wait` ends, CURLE_ABORTED_BY_CALLBACK, leaves the handle of no further use.
-    CURLcode Perform(const ExchangeWait& wait) noexcept;
+    CURLcode Perform(ExchangeWait& wait) noexcept;
 
     /// Wakes the wait of the handle's exchange. Any thread may call it while the handle lives.
     static void Wake(void* handle) noexcept;
@@ -115,7 +115,7 @@ class CurlHandle : private Oak::Base::CNoncopyable {
 
  private:
     void SetLasting() noexcept;
-    CURLcode Drive(const ExchangeWait& wait) noexcept;
+    CURLcode Drive(ExchangeWait& wait) noexcept;
     static int CloseSocket(void* handle, curl_socket_t socket) noexcept;
 
     std::vector<pollfd> connections_;  // first: the end of the others closes them

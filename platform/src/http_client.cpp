@@ -5,11 +5,14 @@
 #include <Oak/Net/HttpClientOptions.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace Oak::Net {
 namespace {
@@ -107,10 +110,21 @@ bool TransportVisit::AnyUnderWay() noexcept {
 
 // --- the wait of an exchange ---------------------------------------------------------------------
 
+/// The waits under way of some threads. There are several of these, so that threads hardly ever
+/// wait for each other here.
+struct alignas(64) ExchangeWaits {
+    std::mutex mutex;
+    ExchangeWait* newest = nullptr;  // guarded by mutex
+};
+
 namespace {
 
-std::mutex waitsMutex;
-ExchangeWait* newestWait = nullptr;  // guarded by waitsMutex
+/// Those of all threads.
+constinit std::array<ExchangeWaits, 16> allWaits;
+
+ExchangeWaits& WaitsOfThisThread() noexcept {
+    return allWaits[std::hash<std::thread::id>()(std::this_thread::get_id()) % allWaits.size()];
+}
 
 std::chrono::milliseconds Limit(const ExchangePatience& patience,
                                 const HttpClientOptions& options) {
@@ -127,26 +141,29 @@ ExchangeWait::ExchangeWait(const ExchangePatience& patience, const HttpClientOpt
     : patience_(patience),
       connectLimitMs_(options.connectTimeoutMs),
       limit_(Limit(patience, options)),
-      end_(Clock::now() + limit_),
+      end_(now_ + limit_),
       wake_(wake),
-      context_(context) {
-    const std::lock_guard lock(waitsMutex);
+      context_(context),
+      waits_(WaitsOfThisThread()) {
+    const std::lock_guard lock(waits_.mutex);
     // NOLINTNEXTLINE(cppcoreguidelines-prefer-member-initializer): under the lock
-    next_ = newestWait;
+    next_ = waits_.newest;
     if (next_ != nullptr) next_->previous_ = this;
-    newestWait = this;
+    waits_.newest = this;
 }
 
 ExchangeWait::~ExchangeWait() {
-    const std::lock_guard lock(waitsMutex);
-    (previous_ != nullptr ? previous_->next_ : newestWait) = next_;
+    const std::lock_guard lock(waits_.mutex);
+    (previous_ != nullptr ? previous_->next_ : waits_.newest) = next_;
     if (next_ != nullptr) next_->previous_ = previous_;
 }
 
 void ExchangeWait::WakeAll() noexcept {
-    const std::lock_guard lock(waitsMutex);
-    for (const ExchangeWait* wait = newestWait; wait != nullptr; wait = wait->next_)
-        wait->wake_(wait->context_);
+    for (ExchangeWaits& waits : allWaits) {
+        const std::lock_guard lock(waits.mutex);
+        for (const ExchangeWait* wait = waits.newest; wait != nullptr; wait = wait->next_)
+            wait->wake_(wait->context_);
+    }
 }
 
 std::optional<Failure> ExchangeWait::MustEnd() const noexcept {
@@ -163,7 +180,7 @@ std::optional<Failure> ExchangeWait::MustEnd() const noexcept {
                 return exchangeEnded;
         }
     }
-    if (Clock::now() >= end_) return exchangeTimeUp;
+    if (now_ >= end_) return exchangeTimeUp;
     return std::nullopt;
 }
 
@@ -171,8 +188,7 @@ std::chrono::milliseconds ExchangeWait::Longest() const noexcept {
     using std::chrono::milliseconds;
     constexpr milliseconds most{1000};
     // Rounded up: a wait that ends too early would spin.
-    const auto left =
-        std::chrono::ceil<milliseconds>(std::min(end_, patience_.deadline) - Clock::now());
+    const auto left = std::chrono::ceil<milliseconds>(std::min(end_, patience_.deadline) - now_);
     return std::clamp(left, milliseconds{0}, most);
 }
 

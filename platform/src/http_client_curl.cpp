@@ -408,7 +408,7 @@ std::optional<Failure> TakeHandle(HttpTransport& transport, const std::string& u
 /// Runs the exchange that is set up. Nobody wakes the handle any more when this returns.
 std::optional<Failure> Run(CurlHandle& curl, const OneExchange& exchange,
                            const HttpClientOptions& options, Telling& telling) {
-    const ExchangeWait wait(exchange.request.Patience(), options, &CurlHandle::Wake, &curl);
+    ExchangeWait wait(exchange.request.Patience(), options, &CurlHandle::Wake, &curl);
     const CURLcode code = curl.Perform(wait);
     if (exchange.reception.failure != nullptr) return *exchange.reception.failure;
     // It is also what the library says of a header line that is longer than it takes.

@@ -212,7 +212,7 @@ struct Plan {
     std::shared_ptr<const CertificateTrust> trust;
     std::wstring fields;
     EventPtr event;
-    const ExchangeWait& wait;
+    ExchangeWait& wait;
 };
 
 std::optional<Failure> ReceiveAnswer(AsyncRequest& request, const Plan& plan, Answer& answer) {
@@ -281,7 +281,7 @@ std::optional<Failure> Perform(const HttpGenerationPtr& generation,
                                CHttpClientResponse* response, Telling& telling) {
     const EventPtr event = MakeEvent();
     if (event == nullptr) return outOfMemory;
-    const ExchangeWait wait(request.Patience(), generation->options, &SetEventOf, event.get());
+    ExchangeWait wait(request.Patience(), generation->options, &SetEventOf, event.get());
     if (const auto refusal = Refusal(*generation, target)) return refusal;
     if (!IsToken(request.Method())) return refusedMethod;
     auto fields = HeadersOf(request);

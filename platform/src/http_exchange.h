@@ -47,6 +47,8 @@ class TransportVisit : private Oak::Base::CNoncopyable {
     HttpTransport* transport_ = nullptr;
 };
 
+struct ExchangeWaits;
+
 /// The wait of one exchange: how long it may take, whether it is given up, and how another thread
 /// wakes it to ask that. Made on the sending thread; lives while it waits.
 class ExchangeWait : private Oak::Base::CNoncopyable {
@@ -58,6 +60,10 @@ class ExchangeWait : private Oak::Base::CNoncopyable {
     ExchangeWait(const ExchangePatience& patience, const HttpClientOptions& options, Wake wake,
                  void* context);
     ~ExchangeWait();
+
+    /// To be called after each wait; the two below go by the last look. The first is that of the
+    /// making.
+    void LookAtClock() noexcept { now_ = Clock::now(); }
 
     /// Why the exchange must end now, if it must. Asked before anything is sent, after each wait
     /// and at least once a second.
@@ -78,10 +84,12 @@ class ExchangeWait : private Oak::Base::CNoncopyable {
     const ExchangePatience patience_;
     const std::uint32_t connectLimitMs_;
     const std::chrono::milliseconds limit_;
+    Clock::time_point now_ = Clock::now();
     const Clock::time_point end_;
     const Wake wake_;
     void* const context_;
-    ExchangeWait* next_ = nullptr;  // of all that there are; guarded by a mutex of them all
+    ExchangeWaits& waits_;
+    ExchangeWait* next_ = nullptr;  // of these; guarded by their mutex
     ExchangeWait* previous_ = nullptr;
 };
 

@@ -62,7 +62,7 @@ EventPtr MakeEvent() {
     return event != nullptr ? EventPtr(event, &CloseHandle) : nullptr;
 }
 
-AsyncRequest::AsyncRequest(HttpGenerationPtr generation, const ExchangeWait& wait, EventPtr event)
+AsyncRequest::AsyncRequest(HttpGenerationPtr generation, ExchangeWait& wait, EventPtr event)
     : generation_(std::move(generation)),
       wait_(wait),
       connected_(std::min(wait.End(), Clock::now() + milliseconds(Milliseconds(
@@ -351,6 +351,7 @@ DWORD AsyncRequest::Await(BOOL started) {
         if (!ready_.load()) time = std::min(time, WaitingTime(connected_));
         if (!ready_.load() && Clock::now() >= connected_) return ERROR_WINHTTP_TIMEOUT;
         WaitForSingleObject(event_.get(), time);
+        wait_.LookAtClock();
     }
 }
 

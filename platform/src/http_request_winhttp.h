@@ -34,7 +34,7 @@ EventPtr MakeEvent();
 class AsyncRequest : private Oak::Base::CNoncopyable {
  public:
     /// `wait` outlives the use of the request by its thread; `event` is what wakes it.
-    AsyncRequest(HttpGenerationPtr generation, const ExchangeWait& wait, EventPtr event);
+    AsyncRequest(HttpGenerationPtr generation, ExchangeWait& wait, EventPtr event);
     ~AsyncRequest();
 
     /// `trust`, where it isn't null, is what the server's certificate is judged by before anything
@@ -97,7 +97,7 @@ class AsyncRequest : private Oak::Base::CNoncopyable {
     static constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
     const HttpGenerationPtr generation_;  // first: the handles are children of its sessions
-    const ExchangeWait& wait_;            // not for the callbacks
+    ExchangeWait& wait_;                  // not for the callbacks
     const ExchangeWait::Clock::time_point connected_;  // name looked up, TLS agreed until then
     const HttpSession* session_ = nullptr;             // one of generation_
     InternetHandlePtr connect_;

@@ -2,18 +2,23 @@
 #define OAK_BASE_WIPE_H
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 
 namespace Oak::Base {
+
+/// Overwrites bytes that hold a secret.
+inline void Wipe(char* bytes, std::size_t count) noexcept {
+    // Called where a compiler can't look: it would drop writes that nobody reads.
+    static void* (*const volatile fill)(void*, int, std::size_t) = &std::memset;
+    fill(bytes, 0, count);
+}
 
 /// Overwrites a text and the room behind it, and empties it. Reserve the room before a secret goes
 /// in: what a growing string leaves behind is out of reach.
 inline void Wipe(std::string& text) noexcept {
     text.resize(text.capacity());
-    volatile char* const bytes =
-        text.data();  // volatile: a compiler drops writes that nobody reads
-    for (std::size_t i = 0; i < text.size(); ++i)
-        bytes[i] = '\0';
+    Wipe(text.data(), text.size());
     text.clear();
 }
 

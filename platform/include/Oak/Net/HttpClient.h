@@ -65,6 +65,9 @@ class CHttpClientRequest {
         dataIsSecret_ = true;
     }
 
+    /// Takes the body out, and leaves an empty one.
+    std::string TakeData() noexcept { return std::exchange(data_, {}); }
+
     /// Adds one header field. `Send` refuses the request when the name is not a token, the value
     /// has CR, LF or NUL, or the field would frame the message, which is the client's business
     /// (Content-Length, Transfer-Encoding).
@@ -108,6 +111,9 @@ class CHttpClientResponse {
         *data = body_;
         return delivered_;
     }
+
+    /// Takes the body out: the response is without one from then on.
+    std::string TakeData() noexcept { return std::exchange(body_, {}); }
 
     /// Overwrites the body, which held a secret.
     void WipeData() { Oak::Base::Wipe(body_); }
