@@ -30,7 +30,7 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)  # once the owner has chosen one
     COMPONENT development)
 endif()
 
-# The pages that the programs' help and the headers name.
+# The pages that the programs' help and the headers name. Host pages link to those on internals, so both go in.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libveltra-dev
   COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN man EXCLUDE)
 

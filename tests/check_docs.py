@@ -219,7 +219,7 @@ class Page:
                 complain(self.file, f"there is no {script}")
 
     def stands_in_tests(self):
-        return self.file.name == "local-gateway.md"
+        return self.file.name == "gateway.md"
 
     def compile(self, program):
         folders = [f"-I{ROOT / folder}" for folder in ("include", "platform/include", "tools")]
@@ -335,7 +335,7 @@ def check_records():
 
 def main():
     pages = [pathlib.Path(page).resolve() for page in sys.argv[4:]]
-    pages = pages or [*ROOT.glob("*.md"), *sorted(ROOT.glob("docs/*.md")), *ROOT.glob("examples/*.md"),
+    pages = pages or [*ROOT.glob("*.md"), *sorted(ROOT.glob("docs/**/*.md")), *ROOT.glob("examples/*.md"),
                       *ROOT.glob("bindings/*/*.md")]
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)

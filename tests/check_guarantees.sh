@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Each guarantee that is promised names what holds it: in the tables of docs/guarantees.md the last
+# Each guarantee that is promised names what holds it: in the tables of docs/internals/guarantees.md the last
 # column has a test (Suite.Name) that exists, or a file of the tree, and is never empty.
 #
 #     check_guarantees.sh SOURCE_DIR
@@ -27,6 +27,6 @@ while IFS='|' read -r _ promise held _; do
     [[ "$name" == *.* ]] && is_test "${name%%.*}" "${name#*.}" && continue
     complain "there is no test or file $name"
   done <<<"$names"
-done < <(grep '^|' docs/guarantees.md)
+done < <(grep '^|' docs/internals/guarantees.md)
 ((guarantees > 0)) || complain 'no guarantee found'
 exit $status
