@@ -2,7 +2,7 @@
 
 #include "AIManager.h"
 #include "e2e/e2e_support.h"
-#include "support/other_process.h"
+#include "support/child.h"
 
 #include <Oak/Base/Wipe.h>
 #include <Oak/Net/HttpClient.h>
@@ -94,17 +94,32 @@ Found FindKeys() {
     return found;
 }
 
-/// Runs the gateway, and says its address and the file of its certificate authority.
-void Serve(bool tls, std::FILE* input, std::FILE* output) {
-    gateway::Options options;
-    options.tls = tls;
-    options.keys = {{"good", kSecretKey}};
-    gateway::Gateway server(options);
-    server.start();
-    const e2e::TemporaryFile ca(server.caPem());
-    std::fprintf(output, "%s\n%s\n", server.baseUrl().c_str(), tls ? ca.Path().c_str() : "");
-    std::fgetc(input);
-}
+/// The gateway as a program: it has the bodies in its memory.
+class OtherGateway {
+ public:
+    explicit OtherGateway(bool tls) {
+        // Unbuffered, and by name alone on the command line: there is no further copy of the key here.
+        const int keys = open(keys_.Path().c_str(), O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(write(keys, "good:", 5), 5);
+        EXPECT_GT(write(keys, kSecretKey.data(), kSecretKey.size()), 0);
+        close(keys);
+        std::vector<std::string> command = {VELTRA_GATEWAY_PROGRAM, "--keys-file", keys_.Path()};
+        if (tls) command.insert(command.end(), {"--tls", "--ca-out", ca_.Path()});
+        program_ = std::make_unique<TestSupport::Child>(command);
+        const std::string listening = program_->Line();
+        url = listening.substr(listening.rfind(' ') + 1);
+        Oak::Net::HttpClientOptions http;
+        if (tls) http.caFile = ca_.Path();
+        Oak::Net::SetHttpClientOptions(http);
+    }
+
+    std::string url;
+
+ private:
+    const e2e::TemporaryFile keys_{""};
+    const e2e::TemporaryFile ca_{""};
+    std::unique_ptr<TestSupport::Child> program_;
+};
 
 class SecretsTest : public testing::TestWithParam<bool> {};
 
@@ -112,22 +127,16 @@ INSTANTIATE_TEST_SUITE_P(Schemes, SecretsTest, testing::Bool(),
                          [](const auto& scheme) { return scheme.param ? "Https" : "Http"; });
 
 TEST_P(SecretsTest, NoBodyOutlivesItsCall) {
-    // The gateway has the bodies in its memory.
-    TestSupport::OtherProcess other(
-        [](std::FILE* input, std::FILE* output) { Serve(GetParam(), input, output); });
-    const std::string url = other.Line();
-    Oak::Net::HttpClientOptions http;
-    http.caFile = other.Line();
-    Oak::Net::SetHttpClientOptions(http);
+    const OtherGateway other(GetParam());
     const struct {
         std::string domain;
         const char* appKey;
         bool result;
     } logins[] = {{"nonsense", "good", false},
                   {"http://127.0.0.1:1", "good", false},
-                  {url + "/refused", "good", false},
-                  {url, "bad", false},
-                  {url, "good", true}};
+                  {other.url + "/refused", "good", false},
+                  {other.url, "bad", false},
+                  {other.url, "good", true}};
     for (const auto& each : logins) {
         std::string token;
         std::string domain;
@@ -144,17 +153,12 @@ TEST_P(SecretsTest, NoBodyOutlivesItsCall) {
 }
 
 TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
-    TestSupport::OtherProcess other(
-        [](std::FILE* input, std::FILE* output) { Serve(GetParam(), input, output); });
+    const OtherGateway other(GetParam());
 #ifdef SECRETS_WIPE_FREED  // what the libraries below have freed is theirs
     const WhatIsFreedIsWiped onlyKept;
 #endif
-    const std::string url = other.Line();
-    Oak::Net::HttpClientOptions http;
-    http.caFile = other.Line();
-    Oak::Net::SetHttpClientOptions(http);
     Veltra::Veltra_Enable();
-    ASSERT_TRUE(Veltra::Veltra_SetDomain(url));
+    ASSERT_TRUE(Veltra::Veltra_SetDomain(other.url));
     for (const int pairs : {1, 5}) {
         const auto license = std::make_shared<Veltra::CLicenseInfo>();
         std::vector<Veltra::CAccessKey> keys(static_cast<std::size_t>(pairs), {"good", kSecretKey});
@@ -183,13 +187,11 @@ TEST_P(SecretsTest, LogoutLeavesNoKeyAndNoToken) {
 #ifdef SECRETS_WIPE_FREED
 /// What is freed is not wiped, but nothing that is kept between exchanges holds a signature.
 TEST(SignatureTest, IsNotKeptWithItsConnection) {
-    TestSupport::OtherProcess other(
-        [](std::FILE* input, std::FILE* output) { Serve(false, input, output); });
+    const OtherGateway other(false);
     const WhatIsFreedIsWiped onlyKept;
-    const std::string url = other.Line();
     const auto isKeptAfter = [&](const char* method, const std::string& target, char filling) {
         {
-            const Oak::Net::URL whole(url + target + std::string(40, filling));
+            const Oak::Net::URL whole(other.url + target + std::string(40, filling));
             const Oak::Net::CHttpClientRequest request(method, whole);
             EXPECT_TRUE(Oak::Net::HttpClient::Send(request, nullptr, nullptr));
         }

@@ -37,17 +37,10 @@ constexpr milliseconds kLimit{300};
 class DeafPort {
  public:
     explicit DeafPort(bool full) : listener_(TestSupport::NewSocket()) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const plain = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(listener_, plain, size), 0);
-        EXPECT_EQ(listen(listener_, full ? 0 : 8), 0);
-        EXPECT_EQ(getsockname(listener_, plain, &size), 0);
+        const sockaddr_in address = TestSupport::Listen(listener_, full ? 0 : 8);
         for (int i = 0; full && i < 4; ++i) {
             fillers_.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            connect(fillers_.back(), plain, size);
+            connect(fillers_.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
         }
         url_ = (full ? "http://127.0.0.1:" : "https://127.0.0.1:") +
                std::to_string(ntohs(address.sin_port));

@@ -2,22 +2,16 @@
 // comes in time with the status that belongs to it, no sanitizer reports, nothing stays mapped.
 
 #include "e2e/e2e_support.h"
+#include "support/child.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -30,73 +24,7 @@ extern "C" const char* __tsan_default_suppressions() {  // NOLINT(bugprone-reser
 
 namespace {
 
-/// A child process with pipes to its standard input and output.
-class Child {
- public:
-    /// `arguments` may begin with settings of the environment.
-    explicit Child(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "/usr/bin/env");
-        std::vector<char*> argv;
-        for (auto& argument : arguments)
-            argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        std::array<int, 2> in{};
-        std::array<int, 2> out{};
-        if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        sigset_t pipeSignal;  // to its default: the library must not raise it
-        sigemptyset(&pipeSignal);
-        sigaddset(&pipeSignal, SIGPIPE);
-        posix_spawnattr_setsigdefault(&attributes, &pipeSignal);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-        if (posix_spawn(&pid_, argv[0], &actions, &attributes, argv.data(), environ) != 0) pid_ = 0;
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&actions);
-        close(in[0]);
-        close(out[1]);
-        toChild_ = fdopen(in[1], "w");
-        fromChild_ = fdopen(out[0], "r");
-    }
-    ~Child() {
-        if (pid_ > 0) kill(pid_, SIGKILL);
-        if (pid_ > 0) waitpid(pid_, nullptr, 0);
-        if (toChild_ != nullptr) fclose(toChild_);
-        if (fromChild_ != nullptr) fclose(fromChild_);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    /// Waits until the child has said this line, if it didn't before.
-    bool Says(const std::string& line) {
-        std::array<char, 256> text{};
-        while (said_.count(line) == 0) {
-            if (fgets(text.data(), text.size(), fromChild_) == nullptr) return false;
-            said_.insert(std::string(text.data(), strcspn(text.data(), "\n")));
-        }
-        said_.erase(line);
-        return true;
-    }
-    void Go() {
-        fputs("go\n", toChild_);
-        fflush(toChild_);
-    }
-    int Status() {
-        int status = -1;
-        waitpid(std::exchange(pid_, 0), &status, 0);
-        return status;
-    }
-
- private:
-    pid_t pid_ = 0;
-    FILE* toChild_ = nullptr;
-    FILE* fromChild_ = nullptr;
-    std::set<std::string> said_;
-};
+using TestSupport::Child;
 
 /// A gateway over HTTPS and what it takes to end a host in some state.
 class Stage {

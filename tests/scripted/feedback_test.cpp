@@ -4,6 +4,7 @@
 #include "Base64.h"
 #include "Log.h"
 #include "scripted/login.h"
+#include "support/allocations.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -11,44 +12,16 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cstddef>
 #include <cstdlib>
 #include <map>
-#include <new>
 #include <set>
 #include <sstream>
 #include <thread>
 
 namespace {
 
-std::atomic<std::size_t> liveBytes{0};
-constexpr std::size_t kSizeField = alignof(std::max_align_t);
-
-}  // namespace
-
-// Allocations carry their size in front, so that a test can tell what is held.
-void* operator new(std::size_t size) {
-    void* const block = std::malloc(size + kSizeField);
-    if (block == nullptr) throw std::bad_alloc();
-    *static_cast<std::size_t*>(block) = size;
-    liveBytes += size;
-    return static_cast<char*>(block) + kSizeField;
-}
-
-void operator delete(void* pointer) noexcept {
-    if (pointer == nullptr) return;
-    void* const block = static_cast<char*>(pointer) - kSizeField;
-    liveBytes -= *static_cast<std::size_t*>(block);
-    std::free(block);
-}
-
-void operator delete(void* pointer, std::size_t /*size*/) noexcept {
-    operator delete(pointer);
-}
-
-namespace {
-
 using namespace scripted;
+using TestSupport::liveBytes;
 using Pictures = std::unordered_set<std::string>;
 using Comment = std::shared_ptr<Veltra::LLMComment>;
 

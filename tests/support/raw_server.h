@@ -4,12 +4,10 @@
 #include "support/sockets.h"
 
 #include <atomic>
-#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <list>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -80,13 +78,6 @@ class RawServer {
     using Script = std::function<void(Peer&)>;
 
     explicit RawServer(Script script) : script_(std::move(script)) {
-        sockaddr_in address = Address();
-        socklen_t length = sizeof address;
-        auto* const plain = reinterpret_cast<sockaddr*>(&address);
-        if (bind(listener_, plain, length) != 0 || listen(listener_, 128) != 0 ||
-            getsockname(listener_, plain, &length) != 0)
-            throw std::runtime_error("no server socket");
-        port_ = ntohs(address.sin_port);
         acceptor_ = std::thread([this] { Accept(); });
     }
 
@@ -116,7 +107,9 @@ class RawServer {
         };
     }
 
-    std::string Authority() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string Authority() const {
+        return "127.0.0.1:" + std::to_string(ntohs(address_.sin_port));
+    }
     std::string Url(const std::string& path = "/") const { return "http://" + Authority() + path; }
 
     std::size_t Connections() const {
@@ -129,20 +122,11 @@ class RawServer {
     }
 
  private:
-    sockaddr_in Address() const {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port_);
-        return address;
-    }
-
     /// A connection of our own: there is no other way on every system to have accept() return.
     void Wake() const {
         const Socket socket = NewSocket();
-        const sockaddr_in address = Address();
         static_cast<void>(
-            connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+            connect(socket, reinterpret_cast<const sockaddr*>(&address_), sizeof address_));
         CloseSocket(socket);
     }
 
@@ -167,7 +151,7 @@ class RawServer {
 
     const Script script_;
     const Socket listener_ = NewSocket();
-    std::uint16_t port_ = 0;
+    const sockaddr_in address_ = Listen(listener_, 128);
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     std::vector<std::string> requests_;

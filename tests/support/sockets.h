@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 
 namespace TestSupport {
 
@@ -63,6 +64,19 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 using SocketSize = std::size_t;
 
 #endif
+
+/// Listens at a port of loopback that the system picks; the whole address.
+inline sockaddr_in Listen(Socket socket, int backlog) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    if (bind(socket, plain, length) != 0 || listen(socket, backlog) != 0 ||
+        getsockname(socket, plain, &length) != 0)
+        throw std::runtime_error("no server socket");
+    return address;
+}
 
 /// How many bytes were read or written; 0 or less at the end of the connection.
 inline std::ptrdiff_t Receive(Socket socket, char* data, std::size_t size) {
