@@ -18,6 +18,8 @@ else()
     -Wimplicit-fallthrough
     # g++ 12 at -O3 takes the joining of two short texts for an overlapping copy.
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+    # In one file with others, it takes a source for a header.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
     $<$<BOOL:${VELTRA_WARNINGS_AS_ERRORS}>:-Werror>)
 endif()
 
