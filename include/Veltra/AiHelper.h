@@ -12,41 +12,41 @@ namespace Veltra {
 
 struct CAiHelperIMP;
 
-/// Hands out query sessions. A handle on a record that never changes: any number of threads may ask
-/// one helper for sessions. A moved-from helper hands out none. Sessions don't need the helper once
-/// they are there. It may be made and used at any time, also before the layer is enabled: no
-/// function of it blocks, and none throws, apart from a failure to allocate memory.
+/// Creates query sessions. A handle to shared state that never changes, so any number of threads
+/// may ask one helper for sessions. A moved-from helper returns none. Sessions remain valid after
+/// the helper is gone. A helper may be created and used at any time, even before the layer is
+/// enabled. Its functions don't block, and throw only when memory can't be allocated.
 class VELTRA_API CAiHelper {
  public:
-    /// Makes a helper. Both values are kept and not acted upon.
+    /// Creates a helper. Both values are stored and have no effect.
     /// @param productType  the host's product; any value
     /// @param text         any text
     CAiHelper(const ProductType& productType, const std::string& text);
 
-    /// Makes a further handle on the record of `other`.
-    /// @param other  the handle to copy; an empty one gives an empty one
+    /// Makes another handle to the shared state of `other`.
+    /// @param other  the handle to copy; a copy of an empty handle is empty
     CAiHelper(const CAiHelper& other);
 
-    /// Takes over the record of `other`.
+    /// Takes over the shared state of `other`.
     /// @param other  the handle to move from; empty afterwards
     CAiHelper(CAiHelper&& other) noexcept;
 
-    /// Lets go of this handle's record and becomes a further handle on that of `other`.
-    /// @param other  the handle to copy; an empty one makes this one empty
+    /// Releases this handle's shared state and shares that of `other`.
+    /// @param other  the handle to copy; if it is empty, this one becomes empty
     /// @return this handle
     CAiHelper& operator=(const CAiHelper& other);
 
-    /// Lets go of this handle's record and takes over that of `other`.
+    /// Releases this handle's shared state and takes over that of `other`.
     /// @param other  the handle to move from; empty afterwards
     /// @return this handle
     CAiHelper& operator=(CAiHelper&& other) noexcept;
 
-    /// Lets go of the record, which is freed with the last of its owners.
+    /// Releases the shared state, which is freed with its last owner.
     ~CAiHelper();
 
-    /// Makes a session, a new one on every call.
+    /// Creates a new session on every call.
     /// @param type  the model family; any value gives the same kind of session
-    /// @return the session, owned by the caller alone; null when the helper was moved from
+    /// @return the session, owned by the caller alone; null if the helper was moved from
     std::shared_ptr<CLLMSession> GetLLMSessionItem(const LLMType& type);
 
  private:

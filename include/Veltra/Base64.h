@@ -6,15 +6,15 @@
 
 namespace Veltra {
 
-/// Bytes as base64 text: standard alphabet, padded, without line breaks, as
-/// `LLMComment::SetPictures` takes pictures.
+/// Encodes bytes as base64 with the standard alphabet, padding and no line breaks, the form in
+/// which `LLMComment::SetPictures` takes pictures.
 ///
 /// Header-only. Any thread may call it at any time. It doesn't block, and throws only when memory
-/// can't be allocated: a third more than the bytes take.
+/// can't be allocated: the text takes a third more than the bytes.
 ///
-/// @param bytes  the first byte; may be null when there is none
+/// @param bytes  the first byte; may be null if `size` is 0
 /// @param size   the number of bytes
-/// @return the text; empty without any byte
+/// @return the text; empty if `size` is 0
 inline std::string EncodeBase64(const void* bytes, std::size_t size) {
     static const char alphabet[] =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

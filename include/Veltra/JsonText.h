@@ -2,21 +2,21 @@
 #define VELTRA_JSONTEXT_H
 
 /// @file
-/// Texts as they must stand in requests.
+/// Escaping texts for requests.
 
 #include <cstddef>
 #include <string>
 
 namespace Veltra {
 
-/// For `EscapeJson` alone. Not part of the interface: it may change at any time.
+/// For `EscapeJson` only. Not part of the interface: it may change at any time.
 namespace JsonTextDetail {
 
 /// Whether a byte lies in a range.
 /// @param text   any bytes
-/// @param at     where the byte stands; beyond the end there is none
-/// @param first  the smallest that will do
-/// @param last   the largest that will do
+/// @param at     the position of the byte; beyond the end there is none
+/// @param first  the smallest value accepted
+/// @param last   the largest value accepted
 /// @return whether there is such a byte
 inline bool IsByteAt(const std::string& text, std::size_t at, unsigned first, unsigned last) {
     if (at >= text.size()) return false;
@@ -24,11 +24,11 @@ inline bool IsByteAt(const std::string& text, std::size_t at, unsigned first, un
     return first <= byte && byte <= last;
 }
 
-/// Measures a character, which is well-formed UTF-8 only in its shortest form, up to U+10FFFF, and
-/// is no surrogate.
+/// Measures a UTF-8 character. Overlong forms, surrogates and code points above U+10FFFF are not
+/// well-formed.
 /// @param text  any bytes
-/// @param at    where the character begins, before the end
-/// @return the number of its bytes, 0 when they are no well-formed UTF-8
+/// @param at    the position where the character begins, before the end
+/// @return the number of its bytes; 0 if they are not well-formed UTF-8
 inline std::size_t CharacterLength(const std::string& text, std::size_t at) {
     const unsigned lead = static_cast<unsigned char>(text[at]);
     if (lead < 0x80) return 1;
@@ -47,7 +47,7 @@ inline std::size_t CharacterLength(const std::string& text, std::size_t at) {
 /// @param c        the character
 inline void AppendEscaped(std::string& escaped, char c) {
     const unsigned byte = static_cast<unsigned char>(c);
-    // What stands behind the backslash for each byte below U+0020; u: there is no short form.
+    // The letter after the backslash for each byte below U+0020; u: there is no short form.
     static const char letters[] = "uuuuuuuubtnufruuuuuuuuuuuuuuuuuu";
     if (c == '"' || c == '\\') {
         escaped += '\\';
@@ -66,21 +66,21 @@ inline void AppendEscaped(std::string& escaped, char c) {
 
 }  // namespace JsonTextDetail
 
-/// The text as it must stand between the quotes of a JSON string. Everything that the library puts
-/// into requests goes there as it is, so whatever a host doesn't know to be plain comes through
-/// here first: the texts of users above all.
+/// Escapes a text for use between the quotes of a JSON string. The library puts texts into requests
+/// unchanged, so pass every text through here that isn't known to be plain, users' texts above all.
 ///
-/// Escaped are the double quote, the backslash and the control characters below U+0020, each in its
-/// shortest form; the rest, UTF-8 included, stays as it is. That is no more than JSON asks for, and
-/// more would hide words from the phrase list, which is compared with values as they are sent.
+/// The double quote, the backslash and the control characters below U+0020 are escaped, each in its
+/// shortest form; everything else, UTF-8 included, stays as it is. JSON asks for no more than that,
+/// and escaping more would hide words from the phrase list, which is compared with values as they
+/// are sent.
 ///
-/// A byte that belongs to no well-formed UTF-8 becomes U+FFFD. Bytes of another encoding would make
-/// a gateway refuse the whole request, or a lenient one read past the quote that ends the text. A
-/// host that would rather refuse such a text checks it before.
+/// A byte that isn't part of well-formed UTF-8 becomes U+FFFD. Bytes in another encoding would make
+/// a gateway refuse the whole request, or make a lenient one read past the closing quote. A host
+/// that would rather reject such a text checks it first.
 ///
-/// Any text comes out fit for a request, but a text that is escaped already comes out escaped
-/// twice. Header-only. Any thread may call it at any time. It doesn't block, and throws only when
-/// memory can't be allocated.
+/// The result is fit for a request whatever the input, but a text that is already escaped is
+/// escaped twice. Header-only. Any thread may call it at any time. It doesn't block, and throws
+/// only when memory can't be allocated.
 ///
 /// @param text  any bytes, meant to be UTF-8
 /// @return the escaped text, without quotes around it

@@ -9,13 +9,13 @@
 
 namespace Veltra {
 
-/// The 64-bit hash of a phrase, built byte by byte, so that the hash of a text goes on from the
-/// hash of any text that it begins with. It is the 64-bit hash-combine in the manner of
-/// MurmurHash2 over the bytes as signed characters. A plain value: one thread at a time may change
-/// it, and nothing here throws or blocks.
+/// The 64-bit hash of a phrase, built byte by byte: the hash of a text continues from the hash of
+/// any of its prefixes. It is a 64-bit hash-combine in the style of MurmurHash2, over the bytes as
+/// signed characters. A plain value: one thread at a time may change it, and nothing here throws or
+/// blocks.
 class PhraseHash {
  public:
-    /// Goes on with one byte.
+    /// Adds one byte.
     /// @param byte  any byte
     void Add(char byte) {
         // Bytes from 0x80 on are sign-extended, whatever the platform's plain char is.
@@ -29,8 +29,8 @@ class PhraseHash {
         value_ += 0xE6546B64U;
     }
 
-    /// Looks at the hash, which may go on afterwards.
-    /// @return the hash of the bytes added so far; 0 without any
+    /// Returns the hash; more bytes may be added afterwards.
+    /// @return the hash of the bytes added so far; 0 if there are none
     std::uint64_t Value() const { return value_; }
 
  private:
@@ -40,15 +40,15 @@ class PhraseHash {
 
 /// The key of a phrase for `Veltra_SetsitiveWords`.
 ///
-/// The text is hashed as given: it is not escaped, checked, trimmed, brought to one case or into
-/// one Unicode form. Queries are screened in the form that the host hands in, which is escaped for
-/// JSON: `AddPhraseKeys` gives all keys that a phrase needs. docs/screening.md shows why.
+/// The text is hashed as given: it is not escaped, checked, trimmed, case-folded or
+/// Unicode-normalised. Queries are screened in the form that the host passes in, which is escaped
+/// for JSON: `AddPhraseKeys` adds all the keys that a phrase needs. docs/screening.md shows why.
 ///
 /// Header-only, so that a tool can compute keys without the library. Any thread may call it at any
 /// time. It doesn't block, and throws only when memory can't be allocated.
 ///
-/// @param phrase  the phrase as it stands in a text: words joined by single spaces, UTF-8, in the
-///                very case and form that is to be found. One with a sentence delimiter (any of
+/// @param phrase  the phrase as it appears in a text: UTF-8 words joined by single spaces, in
+///                exactly the case and form to be found. A phrase with a sentence delimiter (any of
 ///                `- ; | ? . ! , : ( ) < > [ ] { }` and the double quote), or with more spaces,
 ///                gets a key that no text matches
 /// @return the hash of the bytes, in decimal
@@ -59,22 +59,22 @@ inline std::string PhraseKey(const std::string& phrase) {
     return std::to_string(hash.Value());
 }
 
-/// Adds all keys under which a phrase is found, for `Veltra_SetsitiveWords`: of the phrase as it
-/// stands in a plain value, as it stands in a value that `EscapeJson` escaped, and as it stands
-/// there before a closing double quote, whose backslash stays on the last word. Up to three keys; a
-/// phrase that needs no escaping has two. A plain value with a backslash behind the phrase is refused
-/// as well: from here it can't be told from an escaped one.
+/// Adds all keys under which a phrase is found, for `Veltra_SetsitiveWords`: for the phrase in a
+/// plain value, in a value that `EscapeJson` escaped, and in an escaped value before a closing
+/// double quote, whose backslash stays on the last word. These are up to three keys; a phrase that
+/// needs no escaping has two. A plain value with a backslash after the phrase is refused as well,
+/// since it can't be told from an escaped one.
 ///
-/// A phrase that no text can hold adds nothing: one without a word, and one with a sentence
-/// delimiter (see `PhraseKey`). A phrase of more words than the limit that is handed in with the
+/// Nothing is added for a phrase that no text can contain: one without words, or with a sentence
+/// delimiter (see `PhraseKey`). A phrase with more words than the limit that is passed with the
 /// keys is never found either.
 ///
 /// Header-only. Any thread may call it at any time, with a set of its own. It doesn't block, and
 /// throws only when memory can't be allocated.
 ///
-/// @param keys    the set that the keys join
-/// @param phrase  the phrase, not escaped: words parted by any number of spaces, UTF-8, in the very
-///                case and form that is to be found
+/// @param keys    the set to add to
+/// @param phrase  the phrase, unescaped: UTF-8 words separated by any number of spaces, in exactly
+///                the case and form to be found
 inline void AddPhraseKeys(std::unordered_set<std::string>& keys, const std::string& phrase) {
     std::string plain;  // its words with single spaces between them, as the layer compares them
     for (const char byte : phrase)

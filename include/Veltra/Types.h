@@ -5,8 +5,8 @@
 
 namespace Veltra {
 
-/// The host's product, as the gateway's operators number it. The layer accepts any value and acts
-/// on none; cast the number you were given.
+/// The host's product, as numbered by the gateway's operators. The layer accepts any value, and
+/// none has an effect; cast the number you were given.
 enum class ProductType : std::int32_t {
     Default = 0  ///< for hosts that were given no number
 };
@@ -17,11 +17,11 @@ enum class LLMType : std::int32_t {
     Default = 0  ///< for hosts that were given no number
 };
 
-/// How the gateway is asked to check a query's texts for forbidden words.
+/// What the gateway is asked to check for forbidden words.
 ///
 /// The input words are the texts that the gateway checks: those set with
-/// `CHumanMessage::SetSensitiveContent` or, when there are none, every element value. A value
-/// without a name here behaves like `CheckInput`.
+/// `CHumanMessage::SetSensitiveContent` or, if there are none, every element value. Any other value
+/// behaves like `CheckInput`.
 enum class FilterType : std::int32_t {
     None = 1,                 ///< no input words are sent; the initial value
     CheckInput = 2,           ///< input words are sent

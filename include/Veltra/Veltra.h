@@ -2,17 +2,17 @@
 #define VELTRA_VELTRA_H
 
 /// @file
-/// Everything that the library exports for C++, but for its two platform headers, qlog/qlog.h and
-/// Oak/Net/HttpClientOptions.h. For C there is Veltra/veltra_c.h.
+/// Everything that the library exports for C++, except its two platform headers, qlog/qlog.h and
+/// Oak/Net/HttpClientOptions.h. For C, see Veltra/veltra_c.h.
 
 /// @namespace Veltra
 /// The client of the gateway: login, queries, screening, feedback, time expressions.
 ///
 /// Any function may be called from any thread at any time, at the same time as any other, except
-/// while the library is being unloaded. Classes say how many threads may use an object. Nothing
-/// here throws, apart from a failure to allocate memory. Functions, and
-/// `CLLMSession::ExecuteQuery`, return false, without doing anything, in a child forked from a
-/// process that had used the library, and in threads that still run while the process ends.
+/// while the library is being unloaded. Each class says how many threads may use an object. Nothing
+/// here throws, except when memory can't be allocated. Functions, and `CLLMSession::ExecuteQuery`,
+/// do nothing and return false in a child forked from a process that had used the library, and on
+/// threads that still run while the process ends.
 
 #include <Veltra/AiHelper.h>
 #include <Veltra/Base64.h>

@@ -10,8 +10,8 @@ namespace proto {
 /// A JSON document that is loaded once and then read by path.
 ///
 /// A path is "/" followed by member names separated by "/", from the root object down; an element
-/// of an array is written name[n], with n counting from 1: "/data/list[1]/url". One thread uses a
-/// document at a time. The order of the virtual operations is part of the interface.
+/// of an array is written name[n], with n counting from 1: "/data/list[1]/url". One thread at a
+/// time may use a document. The order of the virtual functions is part of the interface.
 class CRapidJsonProto {
  public:
     CRapidJsonProto();
@@ -19,12 +19,13 @@ class CRapidJsonProto {
     CRapidJsonProto& operator=(const CRapidJsonProto&) = delete;
     virtual ~CRapidJsonProto();
 
-    /// Makes `text` the document's content. False, with an empty document, unless the whole text
-    /// is one JSON value in valid UTF-8. A NUL byte is an error; depth costs heap, not stack; of
-    /// members with the same name the first counts; a lone surrogate escape reads as U+FFFD.
+    /// Makes `text` the document's content. Returns false and leaves an empty document unless the
+    /// whole text is one JSON value in valid UTF-8. A NUL byte is an error; depth costs heap, not
+    /// stack; of members with the same name the first counts; a lone surrogate escape reads as
+    /// U+FFFD.
     virtual bool set_str(std::string text);
 
-    /// Keep the places of two operations that the layer doesn't call.
+    /// Keep the slots of two functions that the layer doesn't call.
     virtual void reserved_slot_2();
     virtual void reserved_slot_3();
 

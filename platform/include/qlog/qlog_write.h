@@ -7,9 +7,9 @@
 #define QLOG_PRINTF_CHECK(text, first)
 #endif
 
-/// Writes one record; format and arguments as in printf. Not exported: hosts read records, they
-/// don't write them. Never throws; a record that can't be made for lack of memory is lost. A record
-/// below the level of the handler costs a comparison.
+/// Writes one log record; format and arguments as for printf. Not exported: hosts read records,
+/// they don't write them. Never throws: if memory runs out, the record is lost. A record below the
+/// handler's level costs one comparison.
 void qlog_write(int level, const char* tag, const char* format, ...) noexcept
     QLOG_PRINTF_CHECK(3, 4);
 

@@ -9,8 +9,8 @@
 #define SECFN_SCANF_CHECK(text, first)
 #endif
 
-/// Scans `text` as the standard sscanf_s does and returns the number of fields assigned, or -1 when
-/// the text ends before the first. One pointer per field.
+/// Scans `text` like the standard sscanf_s and returns the number of fields assigned, or -1 if the
+/// text ends before the first. One pointer per field.
 std::int32_t QPR_Sscanf_s(const char* text, const char* format, ...) SECFN_SCANF_CHECK(2, 3);
 
 #endif

@@ -2,11 +2,11 @@
 #define OAK_BASE_EXPORT_H
 
 /// @file
-/// What the library exports of its platform services.
+/// What the library exports from its platform services.
 
 /// @def OAK_API
-/// Marks the few platform declarations that a host may call; everything else stays hidden inside
-/// the library.
+/// Marks the few platform declarations that a host may use; everything else stays hidden inside the
+/// library.
 #if defined(_WIN32)
 #if defined(VELTRA_BUILDING_LIBRARY)
 #define OAK_API __declspec(dllexport)

@@ -5,7 +5,7 @@
 
 namespace Oak::Base {
 
-/// Identifier texts.
+/// Identifiers as text.
 class GuidUtil {
  public:
     /// A new random identifier (RFC 4122, version 4) as 36 lower-case characters, different on

@@ -11,7 +11,7 @@
 
 namespace Oak::Net {
 
-/// An absolute URL, kept as the text it was built from. The text is judged when it is sent.
+/// An absolute URL, kept as the text it was built from. The text is checked when it is sent.
 class URL {
  public:
     explicit URL(const std::string& text) : text_(text) {}
@@ -29,12 +29,12 @@ enum class GivenUp { no, cancelled, timeUp, ending };
 struct ExchangePatience {
     using Clock = std::chrono::steady_clock;
 
-    /// Longest time of the exchange; 0: that of the options. A longer one than that doesn't count.
+    /// Longest time of the exchange; 0: that of the options, which also holds if it is shorter.
     std::chrono::milliseconds limit{0};
-    /// When the caller's own time is up. Asked then, `givenUp` says so.
+    /// When the caller's own time is up: from then on `givenUp` says so.
     Clock::time_point deadline = Clock::time_point::max();
     /// Asked on the sending thread: before anything is sent, now and then, and whenever somebody
-    /// calls `HttpClient::WakeAll`. Null: the caller doesn't give up.
+    /// calls `HttpClient::WakeAll`. Null: the caller never gives up.
     GivenUp (*givenUp)() noexcept = nullptr;
 };
 
@@ -55,28 +55,28 @@ class CHttpClientRequest {
             Oak::Base::Wipe(field.second);
     }
 
-    /// The body, any bytes. A request without one goes out with an empty body.
+    /// The body, any bytes. Without one, the request goes out with an empty body.
     void SetData(const std::string& data) { data_ = data; }
     void SetData(std::string&& data) { data_ = std::move(data); }
-    /// A body that holds a secret, set once: the request wipes it at its end, and the client leaves
-    /// no copy of it in memory, whatever comes of the exchange.
+    /// A body that contains a secret, set once. The request wipes it when it is destroyed, and the
+    /// client leaves no copy of it in memory, however the exchange ends.
     void SetSecretData(std::string&& data) {
         data_ = std::move(data);
         dataIsSecret_ = true;
     }
 
-    /// Takes the body out, and leaves an empty one.
+    /// Moves the body out and leaves an empty one.
     std::string TakeData() noexcept { return std::exchange(data_, {}); }
 
-    /// Adds one header field. `Send` refuses the request when the name is not a token, the value
-    /// has CR, LF or NUL, or the field would frame the message, which is the client's business
+    /// Adds one header field. `Send` refuses the request if the name is not a token, if the value
+    /// contains CR, LF or NUL, or if the field would frame the message, which is up to the client
     /// (Content-Length, Transfer-Encoding).
     void AddHeaderField(const std::string& name, const std::string& value) {
         headers_.emplace_back(name, value);
     }
 
-    /// The content type; without it, and without a field of that name, none is sent. With both the
-    /// field counts.
+    /// The content type. Without it, and without a header field of that name, none is sent. If both
+    /// are set, the field wins.
     void SetContentType(const std::string& contentType) { contentType_ = contentType; }
 
     void SetPatience(const ExchangePatience& patience) { patience_ = patience; }
@@ -112,13 +112,13 @@ class CHttpClientResponse {
         return delivered_;
     }
 
-    /// Takes the body out: the response is without one from then on.
+    /// Moves the body out and leaves an empty one.
     std::string TakeData() noexcept { return std::exchange(body_, {}); }
 
-    /// Overwrites the body, which held a secret.
+    /// Overwrites the body, which contained a secret.
     void WipeData() { Oak::Base::Wipe(body_); }
 
-    /// For the client alone: takes a whole answer in place of what was held before.
+    /// For the client only: stores a complete answer, replacing what was held before.
     void Deliver(std::int32_t status, std::string body) {
         status_ = status;
         body_ = std::move(body);
@@ -136,11 +136,11 @@ enum class FailureReason : std::int32_t {
     none = 0,
     notReached,      ///< no connection, or no TLS
     notTrusted,      ///< the certificate of the server, or of a proxy
-    timeOut,         ///< a limit on time was met
+    timeOut,         ///< a time limit expired
     cutOff,          ///< the connection ended early
     tooLarge,        ///< the answer
-    notUnderstood,   ///< what came is no answer of HTTP
-    refusedUrl,      ///< by the client: malformed, or plain http to elsewhere
+    notUnderstood,   ///< what came is not an HTTP answer
+    refusedUrl,      ///< by the client: malformed, or plain http to another machine
     refusedRequest,  ///< by the client: a method or field that would break the message
     noMemory,
     cancelled,  ///< the caller gave it up
@@ -151,13 +151,13 @@ enum class FailureReason : std::int32_t {
 /// The HTTP client. Any number of threads may send at once with requests and responses of their
 /// own.
 ///
-/// The first client made starts the transport below (and the TLS library with it); whatever
+/// The first client created starts the transport below it (and with it the TLS library). Whatever
 /// registers its own end at process exit after that ends before the transport does.
 class HttpClient {
  public:
-    /// A failure, as far as a caller could want to know; filled with zero bytes before `Send`.
+    /// What a caller can know about a failure; filled with zero bytes before `Send`.
     struct Error {
-        std::int32_t code;     ///< the HTTP library's number for the failure, or our own; 0: none
+        std::int32_t code;     ///< the HTTP library's error number, or our own; 0: none
         FailureReason reason;  ///< what kind of failure that is
         char text[248];        ///< one line, zero-terminated, possibly cut
     };
@@ -167,19 +167,19 @@ class HttpClient {
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    /// Performs the whole exchange on the calling thread, within the limits of
-    /// `HttpClientOptions`. True when an answer arrived in full, whatever its status; false, with
-    /// `response` as it was and one log record that says why, when none could be had. Redirects
-    /// are not followed. `error` may be null.
+    /// Performs the whole exchange on the calling thread, within the limits of `HttpClientOptions`.
+    /// Returns true if an answer arrived in full, whatever its status. Returns false, with
+    /// `response` unchanged and one log record that says why, if not. Redirects are not followed.
+    /// `error` may be null.
     ///
-    /// False without a record in a forked child, and once the process is ending: exchanges under
-    /// way on threads that outlive main() then give up, and the end waits two seconds at most for
-    /// them.
+    /// Returns false without a log record in a forked child, and once the process is ending:
+    /// exchanges under way on threads that outlive main() then give up, and the end of the process
+    /// waits two seconds at most for them.
     static bool Send(const CHttpClientRequest& request, CHttpClientResponse* response,
                      Error* error);
 
     /// Makes every exchange under way ask its caller at once whether to go on; see
-    /// `ExchangePatience`. Any thread may call it; it doesn't block on an exchange.
+    /// `ExchangePatience`. Any thread may call it; it doesn't wait for the exchanges.
     static void WakeAll() noexcept;
 };
 
