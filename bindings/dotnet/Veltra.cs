@@ -1,5 +1,5 @@
-// The library for hosts in C#, on its C interface. .NET Standard 2.0; nothing else is needed but the
-// native library, which docs/other-languages.md says how to place.
+// The library for hosts in C#, built on its C interface. It needs .NET Standard 2.0 and the native library;
+// docs/other-languages.md says where to put that.
 
 using System;
 using System.Collections.Generic;
@@ -14,23 +14,23 @@ using Microsoft.Win32.SafeHandles;
 
 namespace Veltra
 {
-    /// <summary>What became of a call. A later version of the library may add some.</summary>
+    /// <summary>How a call ended. A later version of the library may add values.</summary>
     public enum Outcome
     {
         /// <summary>Done.</summary>
         Succeeded = 0,
-        /// <summary>The layer is not enabled; a forked child; the process ends.</summary>
+        /// <summary>The layer is not enabled, or the process is a forked child or is ending.</summary>
         NotEnabled = 1,
         /// <summary>No login yet, or the service was last found unusable.</summary>
         NotUsable = 2,
-        /// <summary>An argument that the library can't take.</summary>
+        /// <summary>An argument that the library doesn't accept.</summary>
         BadArgument = 3,
-        /// <summary>A value holds a phrase of the list; nothing was sent.</summary>
+        /// <summary>A value contains a phrase of the list; nothing was sent.</summary>
         Screened = 4,
-        /// <summary>By <see cref="Library.CancelAll"/> or the session's end. A call that its own token
+        /// <summary>Cancelled by <see cref="Library.CancelAll"/> or the end of the session. A call that its own token
         /// cancels ends with an <see cref="OperationCanceledException"/> instead.</summary>
         Cancelled = 5,
-        /// <summary>A limit on time was met: the call's, or one of the exchange.</summary>
+        /// <summary>A time limit expired: the call's, or one of the exchange.</summary>
         TimedOut = 6,
         /// <summary>No connection: name, address, port, proxy, or TLS version.</summary>
         NotReached = 7,
@@ -38,9 +38,9 @@ namespace Veltra
         NotTrusted = 8,
         /// <summary>The connection ended before the answer did.</summary>
         CutOff = 9,
-        /// <summary>An answer with another status than 200.</summary>
+        /// <summary>An answer with a status other than 200.</summary>
         BadStatus = 10,
-        /// <summary>An answer that is empty, too large, or not understood.</summary>
+        /// <summary>An answer that is empty, too large or malformed.</summary>
         BadAnswer = 11,
         /// <summary>The gateway refused, with a code.</summary>
         Refused = 12,
@@ -50,7 +50,7 @@ namespace Veltra
         ForbiddenWords = 14,
         /// <summary>The library refused to send: plain http, a malformed URL.</summary>
         NotAllowed = 15,
-        /// <summary>Anything else, such as a lack of memory.</summary>
+        /// <summary>Anything else, such as running out of memory.</summary>
         Failed = 16
     }
 
@@ -63,22 +63,22 @@ namespace Veltra
         CheckInput = 2,
         /// <summary>The input and the model's output.</summary>
         CheckInputAndOutput = 3,
-        /// <summary>The same.</summary>
+        /// <summary>The same as <see cref="CheckInputAndOutput"/>.</summary>
         CheckOutput = 4
     }
 
-    /// <summary>How much a log record matters.</summary>
+    /// <summary>The severity of a log record.</summary>
     public enum LogLevel
     {
         /// <summary>Detail.</summary>
         Detail = 2,
         /// <summary>Progress.</summary>
         Progress = 3,
-        /// <summary>A condition worked around.</summary>
+        /// <summary>A problem that was worked around.</summary>
         Warning = 4,
         /// <summary>A failure.</summary>
         Error = 5,
-        /// <summary>No record has it: as the lowest level it asks for none.</summary>
+        /// <summary>Above every record: as the lowest level it turns log records off.</summary>
         None = 6
     }
 
@@ -103,28 +103,29 @@ namespace Veltra
             TraceId = Utf8.Read(Native.veltra_call_trace_id(call));
         }
 
-        /// <summary>What became of the call.</summary>
+        /// <summary>How the call ended.</summary>
         public Outcome Outcome { get; }
-        /// <summary>How many exchanges it made; 0 when nothing was sent.</summary>
+        /// <summary>How many exchanges the call made; 0 if nothing was sent.</summary>
         public int Attempts { get; }
-        /// <summary>The HTTP status of the last answer; 0 when none came.</summary>
+        /// <summary>The HTTP status of the last answer; 0 if none came.</summary>
         public int HttpStatus { get; }
         /// <summary>How long the call took.</summary>
         public TimeSpan Elapsed { get; }
-        /// <summary>Whether the same call may succeed later without anybody changing anything. A feedback
-        /// that is submitted again may be stored twice.</summary>
+        /// <summary>Whether the same call may succeed when it is simply repeated later. Feedback that is
+        /// submitted again may be stored twice.</summary>
         public bool Retryable { get; }
-        /// <summary>The code of the gateway's last answer, "0" for a success; empty when it gave none.</summary>
+        /// <summary>The code of the gateway's last answer, "0" for a success; empty if it gave none.</summary>
         public string GatewayCode { get; }
-        /// <summary>The gateway's explanation of a refusal; empty when it gave none.</summary>
+        /// <summary>The gateway's explanation of a refusal; empty if it gave none.</summary>
         public string GatewayMessage { get; }
-        /// <summary>One line for a person: why the call failed. Holds no secret; empty after a success.</summary>
+        /// <summary>One line for a person that says why the call failed. It contains no secret, and is empty
+        /// after a success.</summary>
         public string Detail { get; }
-        /// <summary>The trace id of a query or feedback, also one that the library made.</summary>
+        /// <summary>The trace id of a query or feedback, including one that the library generated.</summary>
         public string TraceId { get; }
     }
 
-    /// <summary>A call that failed. <see cref="Report"/> has everything that is known about it.</summary>
+    /// <summary>Thrown for a call that failed; <see cref="Report"/> has the details.</summary>
     public sealed class VeltraException : Exception
     {
         internal VeltraException(CallReport report)
@@ -135,7 +136,7 @@ namespace Veltra
 
         /// <summary>What the call did.</summary>
         public CallReport Report { get; }
-        /// <summary>What became of the call.</summary>
+        /// <summary>How the call ended.</summary>
         public Outcome Outcome { get { return Report.Outcome; } }
 
         static string Name(Outcome outcome) { return Utf8.Read(Native.veltra_outcome_name((int)outcome)); }
@@ -159,14 +160,14 @@ namespace Veltra
         public string Text { get; }
         /// <summary>What the call did.</summary>
         public CallReport Report { get; }
-        /// <summary>The id under which the gateway filed the query, the one that feedback names.</summary>
+        /// <summary>The id under which the gateway filed the query, and by which feedback refers to it.</summary>
         public string TraceId { get { return Report.TraceId; } }
     }
 
     /// <summary>An access-key pair.</summary>
     public struct KeyPair
     {
-        /// <summary>Makes a pair.</summary>
+        /// <summary>Creates a pair.</summary>
         /// <param name="appKey">the key's identifier</param>
         /// <param name="secretKey">the key's secret; copies that the library makes are wiped</param>
         public KeyPair(string appKey, string secretKey)
@@ -181,14 +182,14 @@ namespace Veltra
         public string SecretKey { get; }
     }
 
-    /// <summary>How a session reaches the gateway. What isn't set has the library's default.</summary>
+    /// <summary>How a session reaches the gateway. Whatever isn't set has the library's default.</summary>
     public sealed class SessionOptions
     {
         /// <summary>A file of trusted certificates, PEM; null: the system's.</summary>
         public string CaFile { get; set; }
-        /// <summary>The proxy's URL, or "direct"; null: the system's setting.</summary>
+        /// <summary>The proxy's URL, or "direct"; null: the system's settings.</summary>
         public string Proxy { get; set; }
-        /// <summary>Whether http may go to other addresses than loopback.</summary>
+        /// <summary>Whether http may go to addresses other than loopback.</summary>
         public bool AllowPlainHttp { get; set; }
         /// <summary>The longest time to reach a server; null: 10 seconds.</summary>
         public TimeSpan? ConnectTimeout { get; set; }
@@ -198,66 +199,66 @@ namespace Veltra
         public ulong MaxResponseBytes { get; set; }
         /// <summary>The host's own version, which feedback carries; null: none.</summary>
         public string ProductVersion { get; set; }
-        /// <summary>The longest time of each step of opening: the probe of the domain, and the login; null:
-        /// no limit but those of the exchanges.</summary>
+        /// <summary>The longest time of each step of opening, which are the probe of the domain and the login;
+        /// null: only the limits of the exchanges apply.</summary>
         public TimeSpan? OpenTimeout { get; set; }
     }
 
-    /// <summary>What a query says beyond template and values.</summary>
+    /// <summary>What a query needs beyond template and values.</summary>
     public sealed class QueryOptions
     {
-        /// <summary>The id under which the gateway files the query; null: the library makes one.</summary>
+        /// <summary>The id under which the gateway files the query; null: the library generates one.</summary>
         public string TraceId { get; set; }
-        /// <summary>What the gateway checks for forbidden words; nothing at first.</summary>
+        /// <summary>What the gateway checks for forbidden words; initially nothing.</summary>
         public Filter Filter { get; set; } = Filter.None;
         /// <summary>Texts that the gateway checks in place of the values; null: none. With
         /// <see cref="Veltra.Filter.None"/> none is sent.</summary>
         public IEnumerable<string> SensitiveTexts { get; set; }
-        /// <summary>The longest time of the whole query, all attempts; null: no limit but those of the
-        /// exchanges.</summary>
+        /// <summary>The longest time of the whole query, all attempts included; null: only the limits of the
+        /// exchanges apply.</summary>
         public TimeSpan? Timeout { get; set; }
     }
 
     /// <summary>A user's feedback on the answer to a query.</summary>
     public sealed class Feedback
     {
-        /// <summary>Makes a feedback.</summary>
+        /// <summary>Creates feedback.</summary>
         /// <param name="traceId">the trace id of the query: <see cref="Answer.TraceId"/></param>
         public Feedback(string traceId) { TraceId = traceId; }
 
         /// <summary>The trace id of the query.</summary>
         public string TraceId { get; }
-        /// <summary>How content the user is: a number that the gateway's operators know.</summary>
+        /// <summary>How satisfied the user is, as numbered by the gateway's operators.</summary>
         public int Satisfaction { get; set; }
-        /// <summary>What is wrong with the answer: a number that the gateway's operators know.</summary>
+        /// <summary>What is wrong with the answer, as numbered by the gateway's operators.</summary>
         public int ErrorType { get; set; }
         /// <summary>The description in the user's words; null: none.</summary>
         public string Comments { get; set; }
         /// <summary>The user's country; null: "unKnown".</summary>
         public string Country { get; set; }
-        /// <summary>The bytes of JPEG files. The gateway takes four at most; which of a larger number are
-        /// sent is not defined. The same bytes twice are one picture.</summary>
+        /// <summary>The bytes of JPEG files. The gateway takes four at most; if there are more, which four are
+        /// sent is unspecified. The same bytes added twice are one picture.</summary>
         public IList<byte[]> Pictures { get; } = new List<byte[]>();
     }
 
-    /// <summary>Gets a log record, on the thread that logs, from several threads at once.</summary>
+    /// <summary>Receives a log record, on the thread that logs, possibly on several threads at once.</summary>
     /// <remarks>It must not wait for anything that another thread may hold inside the library. What it
-    /// throws is dropped.</remarks>
-    /// <param name="level">how much the record matters</param>
-    /// <param name="tag">"Veltra", or "Oak" for what lies below</param>
+    /// throws is discarded.</remarks>
+    /// <param name="level">the record's severity</param>
+    /// <param name="tag">"Veltra", or "Oak" for the platform services below it</param>
     /// <param name="message">the text</param>
     public delegate void LogHandler(LogLevel level, string tag, string message);
 
-    /// <summary>What is the process's own and needs no login. Any thread may call any member.</summary>
+    /// <summary>What belongs to the process and needs no login. Any thread may call any member.</summary>
     public static class Library
     {
-        /// <summary>The version of the native library that is loaded.</summary>
+        /// <summary>The version of the loaded native library.</summary>
         public static string Version { get { return Utf8.Read(Native.veltra_version()); } }
 
-        /// <summary>Replaces the list of phrases that query values must not hold; an empty one lets every
+        /// <summary>Replaces the list of phrases that query values must not contain; an empty list lets every
         /// text pass.</summary>
-        /// <param name="phrases">words parted by spaces, in the very case that is to be found</param>
-        /// <exception cref="VeltraException">the library could not take them</exception>
+        /// <param name="phrases">words separated by spaces, in exactly the case to be found</param>
+        /// <exception cref="VeltraException">the library could not store them</exception>
         public static void SetPhrases(IEnumerable<string> phrases)
         {
             using (var pins = new Pins())
@@ -267,12 +268,12 @@ namespace Veltra
             }
         }
 
-        /// <summary>Turns a relative time expression, such as "-1d", into the local date and time that it
-        /// means. docs/time-expressions.md describes the language.</summary>
+        /// <summary>Converts a relative time expression, such as "-1d", to a local date and time.
+        /// docs/time-expressions.md describes the language.</summary>
         /// <param name="expression">the expression</param>
         /// <param name="now">the instant that it is relative to, from 1970 to the year 3000</param>
-        /// <param name="startOfDay">whether a day without a clock time begins or ends: 00:00:00 or 23:59:59</param>
-        /// <returns>the date and time; null when the terms left a date that doesn't exist, or one outside the
+        /// <param name="startOfDay">the clock time of a day without one: 00:00:00 if true, 23:59:59 if false</param>
+        /// <returns>the date and time; null if the terms lead to a date that doesn't exist, or is outside the
         /// years 1 to 9999</returns>
         /// <exception cref="VeltraException"><see cref="Outcome.BadArgument"/>: the expression can't be read</exception>
         public static DateTime? ConvertTime(string expression, DateTimeOffset now, bool startOfDay)
@@ -286,39 +287,39 @@ namespace Veltra
                 DateTimeStyles.AssumeLocal, out time) ? time : (DateTime?)null;
         }
 
-        /// <summary>Sets the day on which a week begins for every later conversion, Sunday at first.</summary>
+        /// <summary>Sets the first day of the week for every later conversion; initially Sunday.</summary>
         /// <param name="day">the day</param>
-        /// <exception cref="VeltraException">it is no day</exception>
+        /// <exception cref="VeltraException">not a day of the week</exception>
         public static void SetFirstDayOfWeek(DayOfWeek day)
         {
             VeltraException.ThrowUnless(Native.veltra_set_first_day_of_week((int)day));
         }
 
-        /// <summary>Cancels every call that is under way on any thread. Later ones are not touched. Doesn't
-        /// wait for the calls to return.</summary>
+        /// <summary>Cancels every call under way on any thread. Later ones are not affected. Doesn't wait for
+        /// the calls to return.</summary>
         public static void CancelAll() { Native.veltra_cancel_all(); }
 
-        /// <summary>Sends every later log record at or above a level to a handler, which stays alive until
-        /// another one replaces it. When this returns, the handler before has ended, unless it is called
-        /// from inside a handler. At the process's end the handler is taken out.</summary>
-        /// <param name="handler">the handler; null: standard error, as at first</param>
-        /// <param name="minLevel">the lowest level that is handed on</param>
+        /// <summary>Passes every later log record at or above a level to a handler, which stays alive until
+        /// another one replaces it. When this returns, the previous handler is no longer running, unless
+        /// this is called from inside a handler. The handler is removed when the process ends.</summary>
+        /// <param name="handler">the handler; null, the initial one: standard error</param>
+        /// <param name="minLevel">the lowest level that is passed on</param>
         public static void SetLogHandler(LogHandler handler, LogLevel minLevel = LogLevel.Warning)
         {
             if (handler != null) Records.Current = Tuple.Create(handler, minLevel);
             Native.qlog_set_handler(handler != null ? Records.Entry : null, IntPtr.Zero, (int)minLevel);
         }
 
-        // No lock: a handler that sets another one must not wait for a thread that waits for its end.
+        // No lock: a handler that sets another one must not wait for a thread that is waiting for it to end.
         static class Records
         {
-            // The native library holds the pointer that is made of this delegate: it lives forever.
+            // The native library keeps the pointer made from this delegate, so it must live forever.
             internal static readonly NativeLogHandler Entry = Receive;
             internal static volatile Tuple<LogHandler, LogLevel> Current;
 
             static Records()
             {
-                // No thread of the native library may enter a run-time system that is being taken down.
+                // No thread of the native library may enter a runtime that is shutting down.
                 EventHandler end = (sender, arguments) =>
                     Native.qlog_set_handler(null, IntPtr.Zero, (int)LogLevel.None);
                 AppDomain.CurrentDomain.ProcessExit += end;
@@ -335,7 +336,7 @@ namespace Veltra
                 }
                 catch (Exception)
                 {
-                    // It must not unwind the native frames below.
+                    // It must not unwind the native frames that called this.
                 }
             }
         }
@@ -347,11 +348,11 @@ namespace Veltra
         }
     }
 
-    /// <summary>The process's login at a gateway: queries and feedback. Any thread may call any member at
-    /// any time. There is one at a time, since the native library has one login.</summary>
-    /// <remarks>An argument that can't be sent, null or with a NUL character in it, raises an
-    /// <see cref="ArgumentException"/> before anything is sent. What fails later raises a
-    /// <see cref="VeltraException"/>, and a call that its token cancels an
+    /// <summary>The process's login at a gateway, for queries and feedback. Any thread may call any member
+    /// at any time. Only one session can be open, since the native library has one login.</summary>
+    /// <remarks>An argument that can't be sent, because it is null or contains a NUL character, throws an
+    /// <see cref="ArgumentException"/> before anything is sent. A call that fails later throws a
+    /// <see cref="VeltraException"/>, and one that its token cancels an
     /// <see cref="OperationCanceledException"/>.</remarks>
     public sealed class Session : IDisposable
     {
@@ -365,14 +366,14 @@ namespace Veltra
                 throw new InvalidOperationException("another session is open in this process");
         }
 
-        /// <summary>Enables the library, sets the options, probes the domain and logs in. Blocks for a
-        /// request for each pair. What fails leaves no session behind.</summary>
-        /// <param name="domain">scheme and host, and a port if need be; null: the built-in ones</param>
+        /// <summary>Enables the library, sets the options, probes the domain and logs in. Blocks for one
+        /// request per pair. A failure leaves no session behind.</summary>
+        /// <param name="domain">scheme, host and, if needed, a port; null: the built-in ones</param>
         /// <param name="keys">the access-key pairs</param>
         /// <param name="options">how the gateway is reached; null: the defaults</param>
         /// <param name="cancel">cancels the login</param>
-        /// <returns>the session, to be disposed of</returns>
-        /// <exception cref="VeltraException">no login came about</exception>
+        /// <returns>the session, for the caller to dispose of</returns>
+        /// <exception cref="VeltraException">the login failed</exception>
         /// <exception cref="InvalidOperationException">another session is open</exception>
         public static Session Open(string domain, IEnumerable<KeyPair> keys, SessionOptions options = null,
             CancellationToken cancel = default(CancellationToken))
@@ -380,25 +381,25 @@ namespace Veltra
             return Begin(domain, keys, options)(cancel);
         }
 
-        /// <summary>Does what <see cref="Open"/> does, on a thread of its own.</summary>
-        /// <param name="domain">scheme and host, and a port if need be; null: the built-in ones</param>
+        /// <summary>Does the same as <see cref="Open"/>, on a thread of its own.</summary>
+        /// <param name="domain">scheme, host and, if needed, a port; null: the built-in ones</param>
         /// <param name="keys">the access-key pairs</param>
         /// <param name="options">how the gateway is reached; null: the defaults</param>
         /// <param name="cancel">cancels the login</param>
-        /// <returns>the session, to be disposed of</returns>
+        /// <returns>the session, for the caller to dispose of</returns>
         public static Task<Session> OpenAsync(string domain, IEnumerable<KeyPair> keys, SessionOptions options = null,
             CancellationToken cancel = default(CancellationToken))
         {
             return OnThread(Begin(domain, keys, options), cancel);
         }
 
-        /// <summary>Whether the gateway's service can be used, as it was last found. Doesn't block.</summary>
+        /// <summary>Whether the gateway's service was last found usable. Doesn't block.</summary>
         public static bool IsUsable { get { return Native.veltra_is_usable() != 0; } }
 
         /// <summary>Runs a query and blocks until it is done.</summary>
         /// <param name="promptKey">the key of the gateway's prompt template</param>
-        /// <param name="values">the texts that take the place of its placeholders, plain</param>
-        /// <param name="options">what else there is to say; null: nothing</param>
+        /// <param name="values">the values of its placeholders, unescaped</param>
+        /// <param name="options">further options; null: the defaults</param>
         /// <param name="cancel">cancels the query wherever it waits</param>
         /// <returns>the answer</returns>
         /// <exception cref="VeltraException">the query failed</exception>
@@ -410,8 +411,8 @@ namespace Veltra
 
         /// <summary>Runs a query on a thread of its own. The arguments are read before this returns.</summary>
         /// <param name="promptKey">the key of the gateway's prompt template</param>
-        /// <param name="values">the texts that take the place of its placeholders, plain</param>
-        /// <param name="options">what else there is to say; null: nothing</param>
+        /// <param name="values">the values of its placeholders, unescaped</param>
+        /// <param name="options">further options; null: the defaults</param>
         /// <param name="cancel">cancels the query wherever it waits; the task ends as cancelled</param>
         /// <returns>the answer</returns>
         public Task<Answer> QueryAsync(string promptKey, IDictionary<string, string> values, QueryOptions options = null,
@@ -420,11 +421,11 @@ namespace Veltra
             return OnThread(Prepare(promptKey, values, options), cancel);
         }
 
-        /// <summary>Submits a feedback and blocks until it is stored. Submitted again it is a further one.</summary>
+        /// <summary>Submits feedback and blocks until it is stored. Submitting it again creates another.</summary>
         /// <param name="feedback">the feedback</param>
-        /// <param name="timeout">the longest time of the whole call; null: none but those of the exchanges</param>
+        /// <param name="timeout">the longest time of the whole call; null: only those of the exchanges apply</param>
         /// <param name="cancel">cancels the call wherever it waits</param>
-        /// <returns>the gateway's id of it, for <see cref="Withdraw"/>; empty when it gave none</returns>
+        /// <returns>the gateway's id of the feedback, for <see cref="Withdraw"/>; empty if it gave none</returns>
         /// <exception cref="VeltraException">the submission failed</exception>
         public string Submit(Feedback feedback, TimeSpan? timeout = null,
             CancellationToken cancel = default(CancellationToken))
@@ -432,30 +433,30 @@ namespace Veltra
             return Prepare(feedback, timeout)(cancel);
         }
 
-        /// <summary>Submits a feedback on a thread of its own. It is read before this returns.</summary>
+        /// <summary>Submits feedback on a thread of its own. It is read before this returns.</summary>
         /// <param name="feedback">the feedback</param>
-        /// <param name="timeout">the longest time of the whole call; null: none but those of the exchanges</param>
+        /// <param name="timeout">the longest time of the whole call; null: only those of the exchanges apply</param>
         /// <param name="cancel">cancels the call wherever it waits; the task ends as cancelled</param>
-        /// <returns>the gateway's id of it, for <see cref="Withdraw"/>; empty when it gave none</returns>
+        /// <returns>the gateway's id of the feedback, for <see cref="Withdraw"/>; empty if it gave none</returns>
         public Task<string> SubmitAsync(Feedback feedback, TimeSpan? timeout = null,
             CancellationToken cancel = default(CancellationToken))
         {
             return OnThread(Prepare(feedback, timeout), cancel);
         }
 
-        /// <summary>Withdraws a feedback, and blocks until that is done.</summary>
-        /// <param name="id">the id that the submission gave</param>
-        /// <param name="timeout">the longest time of the whole call; null: none but those of the exchanges</param>
+        /// <summary>Withdraws feedback, and blocks until that is done.</summary>
+        /// <param name="id">the id that the submission returned</param>
+        /// <param name="timeout">the longest time of the whole call; null: only those of the exchanges apply</param>
         /// <param name="cancel">cancels the call wherever it waits</param>
-        /// <exception cref="VeltraException">it is not withdrawn</exception>
+        /// <exception cref="VeltraException">the withdrawal failed</exception>
         public void Withdraw(string id, TimeSpan? timeout = null, CancellationToken cancel = default(CancellationToken))
         {
             var bytes = Utf8.Bytes(id, nameof(id));
             Run(Milliseconds(timeout, nameof(timeout)), cancel, call => Native.veltra_feedback_withdraw(bytes, call));
         }
 
-        /// <summary>Ends well: cancels every call under way in the process, logs out, which wipes keys and
-        /// token, and disables the library. Calls of this session that begin later raise an
+        /// <summary>Closes the session: cancels every call under way in the process, logs out, which wipes keys
+        /// and token, and disables the library. Later calls of this session throw an
         /// <see cref="ObjectDisposedException"/>; those under way end within a tenth of a second.</summary>
         public void Dispose()
         {
@@ -463,7 +464,7 @@ namespace Veltra
             {
                 if (disposed) return;
                 disposed = true;
-                // One that has not reached the library yet would not be met by what cancels all.
+                // veltra_cancel_all doesn't reach a call that has not entered the library yet.
                 foreach (var call in calls) Native.veltra_call_cancel(call);
             }
             Native.veltra_cancel_all();
@@ -472,7 +473,7 @@ namespace Veltra
             Interlocked.Exchange(ref open, 0);
         }
 
-        // Reads the arguments; what comes back does the work.
+        // Reads the arguments; the function that it returns does the work.
         static Func<CancellationToken, Session> Begin(string domain, IEnumerable<KeyPair> keys, SessionOptions options)
         {
             options = options ?? new SessionOptions();
@@ -590,7 +591,7 @@ namespace Veltra
                 try
                 {
                     int outcome;
-                    // Its end waits for a cancellation under way, which needs the handle.
+                    // Disposing of it waits for a cancellation under way, which needs the handle.
                     using (cancel.Register(() => Native.veltra_call_cancel(call)))
                         outcome = function(call);
                     if (outcome == (int)Outcome.Succeeded) return new CallReport(Outcome.Succeeded, call);
@@ -613,7 +614,7 @@ namespace Veltra
             }
         }
 
-        // Not on the thread pool: calls wait for the gateway, and many of them would starve it.
+        // Not on the thread pool: calls wait for the gateway, and many of them would starve the pool.
         static Task<T> OnThread<T>(Func<CancellationToken, T> work, CancellationToken cancel)
         {
             return Task.Factory.StartNew(() => work(cancel), cancel,
@@ -626,7 +627,7 @@ namespace Veltra
             return handle;
         }
 
-        // 0 is no limit to the library, so that a time that has run out must not become 0.
+        // To the library 0 means no limit, so a time that has run out must not become 0.
         static uint Milliseconds(TimeSpan? time, string name)
         {
             if (time == null || time == Timeout.InfiniteTimeSpan) return 0;
@@ -637,8 +638,8 @@ namespace Veltra
         }
     }
 
-    /// <summary>Texts as the C interface has them. .NET Standard 2.0 has no marshalling for UTF-8 that
-    /// refuses a NUL.</summary>
+    /// <summary>Texts in the form of the C interface. .NET Standard 2.0 can't marshal UTF-8 and refuse a
+    /// NUL.</summary>
     static class Utf8
     {
         internal static void Check(string text, string name)
@@ -657,7 +658,7 @@ namespace Veltra
 
         internal static int Size(string text) { return checked(Encoding.UTF8.GetByteCount(text) + 1); }
 
-        // Of a text that stays the library's.
+        // Reads a text that the library keeps.
         internal static string Read(IntPtr text)
         {
             if (text == IntPtr.Zero) return "";
@@ -673,7 +674,7 @@ namespace Veltra
             return Encoding.UTF8.GetString(bytes);
         }
 
-        // Of a text that the library handed over. Without a length it ends at its first NUL.
+        // Reads and frees a text that the library returned. Without a length it ends at its first NUL.
         internal static string Take(IntPtr text, long? length = null)
         {
             try
@@ -687,8 +688,8 @@ namespace Veltra
         }
     }
 
-    /// <summary>Keeps bytes in their place while the library reads them, and wipes them at the end: some
-    /// are secrets, of which the garbage collector must not move copies about.</summary>
+    /// <summary>Keeps bytes in place while the library reads them, and wipes them afterwards: some are
+    /// secrets, and the garbage collector must not leave copies of those behind.</summary>
     sealed class Pins : IDisposable
     {
         readonly List<GCHandle> handles = new List<GCHandle>();
@@ -754,8 +755,8 @@ namespace Veltra
     [UnmanagedFunctionPointer(CallingConvention.Cdecl)]
     delegate void NativeLogHandler(int level, IntPtr tag, IntPtr message, IntPtr context);
 
-    /// <summary>The C interface, as Veltra/veltra_c.h and qlog/qlog.h declare it. Texts are arrays that
-    /// end with a zero: they are pinned for the call, and the library copies them.</summary>
+    /// <summary>The C interface, as Veltra/veltra_c.h and qlog/qlog.h declare it. Texts are
+    /// zero-terminated arrays: they are pinned for the call, and the library copies them.</summary>
     static class Native
     {
         const string Name = "veltra";

@@ -1,4 +1,4 @@
-"""Veltra for Python: queries to a gateway in front of language models.
+"""Veltra for Python: queries a gateway in front of language models.
 
     with veltra.connect("https://gateway.example", [("app key", "secret key")]) as session:
         print(session.query("greeting", {"name": "Ada", "place": "the library"}).text)

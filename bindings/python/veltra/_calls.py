@@ -1,4 +1,4 @@
-"""One call that talks to the gateway: its limit, how it is cancelled, where it waits, its report."""
+"""A call that talks to the gateway: its time limit, cancellation, waiting and report."""
 
 import asyncio
 import concurrent.futures
@@ -14,14 +14,14 @@ Result = TypeVar("Result")
 
 
 def encode(text: str) -> bytes:
-    """For the library, whose texts end at the first NUL: none may be cut there without a word."""
+    """Encodes a text for the library, where it ends at the first NUL: it must not be cut silently."""
     if "\0" in text:
-        raise ValueError("a text for the library can't hold a NUL character")
+        raise ValueError("a text for the library must not contain a NUL character")
     return text.encode("utf-8")
 
 
 def integer(number: int, low: int, high: int) -> int:
-    """ctypes would cut off what doesn't fit."""
+    """Checks the range: ctypes would silently cut off what doesn't fit."""
     if not low <= number <= high:
         raise ValueError(f"{number} is not from {low} to {high}")
     return number
@@ -32,19 +32,19 @@ def int32(number: int) -> int:
 
 
 def milliseconds(seconds: Optional[float]) -> int:
-    """0 means no limit to the library, so that every limit is one millisecond at least."""
+    """The library takes 0 for no limit, so every limit is at least one millisecond."""
     if seconds is None:
         return 0
     if not seconds > 0:
-        raise ValueError(f"{seconds} is no time limit: it must be above 0, or None")
+        raise ValueError(f"{seconds} is not a time limit: it must be greater than 0, or None")
     return int(min(max(seconds * 1000, 1), 2**32 - 1))
 
 
 class CancelToken:
-    """Cancels calls from any thread, at any time: all that are handed it, later ones as well."""
+    """Cancels calls from any thread, at any time: all that are given this token, later ones too."""
 
     def __init__(self) -> None:
-        self._lock = threading.RLock()  # a signal handler may cancel too, wherever its thread is
+        self._lock = threading.RLock()  # a signal handler may cancel as well, wherever it interrupted
         self._calls: Set["Call"] = set()
         self._cancelled = False
 
@@ -53,7 +53,7 @@ class CancelToken:
         return self._cancelled
 
     def cancel(self) -> None:
-        """The calls raise Cancelled within 100 ms. Doesn't wait for that."""
+        """Makes the calls raise Cancelled within 100 ms, without waiting for that."""
         with self._lock:
             self._cancelled = True
             for call in self._calls:
@@ -71,7 +71,7 @@ class CancelToken:
 
 
 class Call:
-    """Serves once. The library's object lives while the call runs, on the thread that runs it."""
+    """Used once. The library's object exists while the call runs, on the thread that runs it."""
 
     def __init__(self, timeout: Optional[float], token: Optional[CancelToken]) -> None:
         self.library = library()
@@ -87,14 +87,14 @@ class Call:
             self.library.veltra_call_cancel(self.handle)
 
     def wait(self, work: Callable[["Call"], Result]) -> Result:
-        """Runs work on this thread. The main thread waits for another one instead: a signal's handler
-        runs on it alone, and not while it is in the library. So Ctrl-C cancels the call."""
+        """Runs work on this thread. The main thread instead waits for another one: signal handlers run
+        only on it, and not while it is in the library. So Ctrl-C cancels the call."""
         threads.refuse_at_end()
         if threading.current_thread() is not threading.main_thread():
             return self._run(work)
         try:
             future = self._start(work)
-        except RuntimeError:  # no thread to be had
+        except RuntimeError:  # no thread could be started
             return self._run(work)
         try:
             return future.result()
@@ -104,7 +104,7 @@ class Call:
                 concurrent.futures.wait([future])
 
     async def wait_async(self, work: Callable[["Call"], Result]) -> Result:
-        """Runs work on a thread of its own, so that no other call keeps it waiting."""
+        """Runs work on a thread of its own, so that it never waits for another call."""
         try:
             return await asyncio.wrap_future(self._start(work))
         except asyncio.CancelledError:
@@ -112,7 +112,7 @@ class Call:
             raise
 
     def check(self, outcome: int) -> None:
-        """Raises what the outcome and the report say."""
+        """Raises the exception for the outcome, filled from the report; nothing after a success."""
         if outcome == SUCCEEDED:
             return
         native, handle = self.library, self.handle
@@ -133,7 +133,7 @@ class Call:
     def _start(self, work: Callable[["Call"], Result]) -> "concurrent.futures.Future[Result]":
         future: "concurrent.futures.Future[Result]" = concurrent.futures.Future()
         future.set_running_or_notify_cancel()
-        context = contextvars.copy_context()  # what log filters look at
+        context = contextvars.copy_context()  # which log filters use
 
         def run() -> None:
             try:
@@ -141,7 +141,7 @@ class Call:
             except BaseException as error:
                 future.set_exception(error)
 
-        # A daemon: the interpreter ends without it.
+        # A daemon thread: the interpreter doesn't wait for it at exit.
         threading.Thread(target=run, name="veltra-call", daemon=True).start()
         return future
 

@@ -1,4 +1,4 @@
-"""How threads that are in the library and the end of the interpreter get along."""
+"""What happens to threads inside the library when the interpreter ends."""
 
 import os
 import threading
@@ -6,13 +6,13 @@ from typing import Callable
 
 from .errors import NotEnabled
 
-PATIENCE = 1.0  # seconds for a call to give up: a name look-up can't be cut short
+PATIENCE = 1.0  # seconds for calls to give up: a name lookup can't be interrupted
 
 
 class Threads:
-    """Those that are in a call. None may come back from the library into an interpreter that is gone,
-    so that the end waits for them. It has cancelled their calls, of which nobody wants to hear: such a
-    thread ends by SystemExit, which Python doesn't report, so that who joins it at exit can.
+    """The threads that are in a call. None may return from the library into an interpreter that is gone,
+    so the exit cancels their calls and waits for them. Nobody is interested in those calls any more: such
+    a thread ends by SystemExit, which Python doesn't report, and whoever joins it at exit can go on.
     """
 
     def __init__(self) -> None:
@@ -36,7 +36,7 @@ class Threads:
 
     def refuse_at_end(self) -> None:
         if self._ending and threading.current_thread() is threading.main_thread():
-            raise NotEnabled("the interpreter ends")  # to a function of the host that runs at exit
+            raise NotEnabled("the interpreter ends")  # for the host's own functions that run at exit
         if self._ending:
             raise SystemExit
 
@@ -49,4 +49,4 @@ class Threads:
 
 threads = Threads()
 if hasattr(os, "register_at_fork"):
-    os.register_at_fork(after_in_child=threads.begin)  # with none of the parent's other threads
+    os.register_at_fork(after_in_child=threads.begin)  # where none of the parent's other threads exist

@@ -1,7 +1,7 @@
-"""The library as ctypes sees it: where it is found, what its functions take, how it is let go.
+"""The library as ctypes sees it: where it is found, what its functions take, how it is released.
 
-ctypes lets go of the interpreter's lock in each of these functions, so that other Python threads run
-while one waits in the library.
+ctypes releases the interpreter lock in each of these functions, so other Python threads run while one
+waits in the library.
 """
 
 import atexit
@@ -30,8 +30,8 @@ class HttpOptions(ctypes.Structure):
                 ("allow_plain_http", c_int)]
 
 
-# Texts that the library hands over have the type c_void_p: as c_char_p they would be copied, and the
-# address for veltra_free be lost.
+# Texts that the caller must free have the type c_void_p: as c_char_p they would be copied, and the
+# address for veltra_free would be lost.
 FUNCTIONS: "dict[str, tuple[Any, list[Any]]]" = {
     "veltra_version": (c_char_p, []),
     "veltra_free": (None, [c_void_p]),
@@ -84,10 +84,10 @@ _library: Optional[ctypes.CDLL] = None
 
 
 def library() -> ctypes.CDLL:
-    """The library, loaded by the first use: a process may import this package, fork, and have each
-    child use the library, which a child can't of a library that its parent has used."""
+    """Returns the library, loading it on first use: a process may import this package, fork, and use
+    the library in each child. A child can't use a library that its parent has used."""
     global _library
-    if _library is not None:  # nor may a child find the lock taken
+    if _library is not None:  # without the lock, which a forked child might find taken
         return _library
     with _lock:
         if _library is None:
@@ -108,12 +108,12 @@ def _load() -> ctypes.CDLL:
         raise OSError(f"{loaded._name} is too old for veltra {__version__}: {missing}") from None
     version = loaded.veltra_version().decode()
     if version.split(".")[0] != __version__.split(".")[0]:
-        raise OSError(f"{loaded._name} is {version}, which doesn't go with veltra {__version__}")
+        raise OSError(f"{loaded._name} is version {version}, which doesn't go with veltra {__version__}")
     return loaded
 
 
 def _find() -> str:
-    """What VELTRA_LIBRARY names, else what lies in this folder, else a name for the loader."""
+    """The path in VELTRA_LIBRARY, else the file in this folder, else a name for the loader."""
     named = os.environ.get("VELTRA_LIBRARY")
     if named:
         return named
@@ -123,8 +123,8 @@ def _find() -> str:
 
 
 def _let_go(loaded: ctypes.CDLL) -> None:
-    """As the interpreter ends. From now on no record comes to it: a thread of the library that enters
-    an interpreter which is gone would take the process with it. Threads in the library, all of them
-    daemons by now, are asked to leave."""
+    """Called when the interpreter ends. From now on it receives no log records: a thread of the library
+    that enters an interpreter which is gone would crash the process. Threads inside the library, all
+    of them daemons by now, are asked to leave."""
     _records.end()
     threads.end(loaded.veltra_cancel_all)

@@ -1,4 +1,4 @@
-"""The library's records in logging, under "veltra"."""
+"""Passes the library's log records to logging, under "veltra"."""
 
 import ctypes
 import logging
@@ -13,7 +13,7 @@ _library: Optional[ctypes.CDLL] = None
 
 
 def _take(level: int, tag: bytes, message: bytes, _context: Optional[int]) -> None:
-    # From any thread, the library's own too. An exception would have nowhere to go.
+    # Runs on any thread, including the library's own. An exception would have nowhere to go.
     try:
         logger = _loggers.get(tag, _loggers[b"Veltra"])
         logger.log(LEVELS.get(level, logging.ERROR), "%s", message.decode("utf-8", "replace"))
@@ -21,20 +21,20 @@ def _take(level: int, tag: bytes, message: bytes, _context: Optional[int]) -> No
         pass
 
 
-# Lives as long as the interpreter, as what the library may call must.
+# Lives as long as the interpreter, since the library may call it until then.
 _handler: Any = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ctypes.c_char_p,
                                  ctypes.c_void_p)(_take)
 
 
 def begin(library: ctypes.CDLL) -> None:
-    """From now on records come to logging."""
+    """From now on log records go to logging."""
     global _library
     _library = library
     set_log_level(_level)
 
 
 def end() -> None:
-    """No record comes any more once this returns, nor goes to standard error in its place."""
+    """Once this returns no log record arrives any more, nor goes to standard error instead."""
     global _library
     if _library is not None:
         library, _library = _library, None
@@ -42,11 +42,11 @@ def end() -> None:
 
 
 def set_log_level(level: int) -> None:
-    """Sets from which level on the library's records come to the loggers "veltra" and, from the HTTP
-    client, "veltra.http": logging.WARNING at first.
+    """Sets the lowest level of the library's log records that reach the loggers "veltra" and, for the
+    HTTP client, "veltra.http"; initially logging.WARNING.
 
-    logging.INFO and logging.DEBUG show what users write and what the model answers. That is why the
-    loggers' own levels don't decide alone: they filter what this level lets through.
+    logging.INFO and logging.DEBUG show what users write and what the model answers. So the loggers'
+    own levels don't decide alone: they filter what this level lets through.
     """
     global _level
     _level = level

@@ -1,36 +1,36 @@
-"""What becomes of a call that fails: a class for each outcome of the library."""
+"""The exceptions of failed calls, one class for each outcome of the library."""
 
 from typing import Dict, Type
 
 
 class Error(Exception):
-    """A call failed. The classes below say why; docs/errors.md says what to do on each.
+    """A call failed. The subclasses say why; docs/errors.md says what to do about each.
 
-    A number that a later library adds is a plain Error with that number as its outcome.
+    An outcome that a later library adds is raised as a plain Error with its number as outcome.
     """
 
-    #: the library's number
+    #: the library's number for the outcome
     outcome: int = 16
 
     def __init__(self, detail: str = "", *, attempts: int = 0, http_status: int = 0,
                  gateway_code: str = "", gateway_message: str = "", retryable: bool = False,
                  milliseconds: int = 0, trace_id: str = "") -> None:
         super().__init__(detail)
-        #: why, in one line for a person; holds no key and no token
+        #: the reason, in one line for a person; contains no key and no token
         self.detail = detail
-        #: how many exchanges were made; 0 when nothing was sent
+        #: how many exchanges were made; 0 if nothing was sent
         self.attempts = attempts
-        #: of the last answer; 0 when none came
+        #: the HTTP status of the last answer; 0 if none came
         self.http_status = http_status
-        #: of the gateway's last answer; empty when it gave none
+        #: the code of the gateway's last answer; empty if it gave none
         self.gateway_code = gateway_code
         #: the gateway's explanation of a refusal
         self.gateway_message = gateway_message
-        #: whether the same call may succeed later without anybody changing anything
+        #: whether the same call may succeed when it is simply repeated later
         self.retryable = retryable
         #: how long the call took
         self.milliseconds = milliseconds
-        #: of a query or feedback
+        #: the trace id of a query or feedback
         self.trace_id = trace_id
 
     def __str__(self) -> str:
@@ -38,7 +38,7 @@ class Error(Exception):
 
 
 class NotEnabled(Error):
-    """The session is closed; a forked child; the process ends."""
+    """The session is closed, or the process is a forked child or is ending."""
     outcome = 1
 
 
@@ -48,22 +48,22 @@ class NotUsable(Error):
 
 
 class BadArgument(Error):
-    """An argument that the library can't use."""
+    """An argument that the library doesn't accept."""
     outcome = 3
 
 
 class Screened(Error):
-    """A value holds a phrase of the list; nothing was sent."""
+    """A value contains a phrase of the list; nothing was sent."""
     outcome = 4
 
 
 class Cancelled(Error):
-    """By a CancelToken, by cancel_all, or by the end of the session."""
+    """Cancelled by a CancelToken, by cancel_all, or by the end of the session."""
     outcome = 5
 
 
 class TimedOut(Error):
-    """A limit on time was met: the call's, or one of the exchange."""
+    """A time limit expired: the call's, or one of the exchange."""
     outcome = 6
 
 
@@ -83,12 +83,12 @@ class CutOff(Error):
 
 
 class BadStatus(Error):
-    """An answer with another status than 200."""
+    """An answer with a status other than 200."""
     outcome = 10
 
 
 class BadAnswer(Error):
-    """An answer that is empty, too large, or not understood."""
+    """An answer that is empty, too large or malformed."""
     outcome = 11
 
 
@@ -113,7 +113,7 @@ class NotAllowed(Error):
 
 
 class Failed(Error):
-    """Anything else, such as a lack of memory."""
+    """Anything else, such as running out of memory."""
     outcome = 16
 
 

@@ -1,4 +1,4 @@
-"""A login at a gateway, and what can be asked there."""
+"""A login at a gateway, and the calls that it allows."""
 
 import ctypes
 import enum
@@ -26,10 +26,10 @@ class Filter(enum.IntEnum):
 
 @dataclass(frozen=True)
 class Answer:
-    """What a query gave."""
-    #: the model's
+    """The answer to a query."""
+    #: the model's text
     text: str
-    #: as feedback names the query
+    #: the id by which feedback refers to the query
     trace_id: str
     #: how many exchanges were made
     attempts: int
@@ -38,7 +38,7 @@ class Answer:
 
 
 class Session:
-    """A login, for any number of threads and event loops at once. `veltra.connect` makes it."""
+    """A login, for any number of threads and event loops at once. `veltra.connect` creates it."""
 
     def __init__(self) -> None:
         self._library = library()
@@ -52,8 +52,8 @@ class Session:
         self.close()
 
     def close(self) -> None:
-        """Cancels every call under way, ends the library's thread, and forgets keys and token. Needs
-        less than a second. Later calls raise NotEnabled; a second close does nothing."""
+        """Cancels every call under way, ends the library's thread, and wipes keys and token. Takes less
+        than a second. Later calls raise NotEnabled; closing again does nothing."""
         if self._closed:
             return
         self._closed = True
@@ -63,21 +63,21 @@ class Session:
 
     @property
     def usable(self) -> bool:
-        """Whether the service can be used, as the library's thread last found it."""
+        """Whether the library's thread last found the service usable."""
         return not self._closed and bool(self._library.veltra_is_usable())
 
     def cancel_all(self) -> None:
-        """Cancels every call under way in this process. Later ones are not touched."""
+        """Cancels every call under way in this process. Later ones are not affected."""
         self._library.veltra_cancel_all()
 
     def query(self, prompt_key: str, values: Mapping[str, str], *, trace_id: Optional[str] = None,
               filter: Filter = Filter.NONE, sensitive: Iterable[str] = (),
               timeout: Optional[float] = None, cancel: Optional[CancelToken] = None) -> Answer:
-        """Asks the gateway's template of that key, filled with the values, and waits for the answer.
+        """Runs the gateway's prompt template with that key, filled with the values, and waits for the answer.
 
-        trace_id: as the gateway files the query; without one a new one is made. sensitive: what is
-        checked in place of the values. timeout: in seconds, for the whole call. Raises a subclass of
-        Error; ValueError for a text with a NUL character, before anything is sent.
+        trace_id: the id under which the gateway files the query; None: a new one. sensitive: texts for
+        the gateway to check in place of the values. timeout: in seconds, for the whole call. Raises a
+        subclass of Error; ValueError for a text with a NUL character, before anything is sent.
         """
         work = _query(prompt_key, values, trace_id, filter, sensitive)
         return self._call(timeout, cancel).wait(work)
@@ -86,25 +86,25 @@ class Session:
                      trace_id: Optional[str] = None, filter: Filter = Filter.NONE,
                      sensitive: Iterable[str] = (), timeout: Optional[float] = None,
                      cancel: Optional[CancelToken] = None) -> Answer:
-        """The same for asyncio, on a thread of its own. A task that is cancelled goes on at once, and
-        the library's call is cancelled with it."""
+        """The same for asyncio, on a thread of its own. A cancelled task continues at once, and the
+        library's call is cancelled with it."""
         work = _query(prompt_key, values, trace_id, filter, sensitive)
         return await self._call(timeout, cancel).wait_async(work)
 
     def feedback(self, trace_id: str, *, satisfaction: int = 0, error_type: int = 0,
                  comments: str = "", country: Optional[str] = None, pictures: Iterable[bytes] = (),
                  timeout: Optional[float] = None, cancel: Optional[CancelToken] = None) -> str:
-        """Submits a user's feedback on the answer to a query, and gives the id for `withdraw`.
+        """Submits a user's feedback on the answer to a query, and returns the id for `withdraw`.
 
-        satisfaction and error_type are the gateway's own numbers. pictures are the bytes of JPEG
-        files, four at most. Submitted again it is a further feedback.
+        satisfaction and error_type are numbers of the gateway's operators. pictures are the bytes of
+        JPEG files, four at most. Submitting the same again creates another feedback.
         """
         work = _feedback(trace_id, satisfaction, error_type, comments, country, pictures)
         return self._call(timeout, cancel).wait(work)
 
     def withdraw(self, feedback_id: str, *, timeout: Optional[float] = None,
                  cancel: Optional[CancelToken] = None) -> None:
-        """Takes a feedback back."""
+        """Withdraws feedback."""
         name = encode(feedback_id)
         self._call(timeout, cancel).wait(
             lambda call: call.check(call.library.veltra_feedback_withdraw(name, call.handle)))
@@ -137,13 +137,13 @@ def connect(domain: Optional[str], keys: Iterable[Tuple[str, str]], *,
             connect_timeout: Optional[float] = None, total_timeout: Optional[float] = None,
             max_response_bytes: int = 0, allow_plain_http: bool = False, product_version: str = "",
             timeout: Optional[float] = None, cancel: Optional[CancelToken] = None) -> Session:
-    """Logs in at a gateway; `with` the session ends well.
+    """Logs in at a gateway. Use the session in a `with` statement, which closes it.
 
     domain: scheme, host and port; None for the built-in ones. keys: pairs of app key and secret key.
     ca_file: trusted certificates in place of the system's. proxy: its URL, or "direct". connect_timeout
-    and total_timeout: in seconds, for each exchange, 10 and 120 unless given; timeout: for this login.
+    and total_timeout: in seconds, for each exchange, 10 and 120 by default; timeout: for this login.
 
-    Login, options, domain and phrases are the process's: RuntimeError while another session is open.
+    Login, options, domain and phrases belong to the process: RuntimeError while another session is open.
     """
     options = HttpOptions(
         ctypes.sizeof(HttpOptions), milliseconds(connect_timeout), milliseconds(total_timeout),
@@ -173,13 +173,13 @@ def _claim(session: Session) -> None:
         _open, _open_process = weakref.ref(session), os.getpid()
 
 
-# --- what calls do, with their arguments judged on the caller's thread -----------------------------
+# --- what calls do; their arguments are checked on the caller's thread -----------------------------
 
 
 def _query(prompt_key: str, values: Mapping[str, str], trace_id: Optional[str], filter: Filter,
            sensitive: Iterable[str]) -> Callable[[Call], Answer]:
     key, texts = encode(prompt_key), [(encode(name), encode(value)) for name, value in values.items()]
-    # The library would make one as well, and write a warning of it.
+    # The library would generate one as well, but log a warning.
     trace, checked = encode(trace_id or str(uuid.uuid4())), [encode(text) for text in sensitive]
     kind = Filter(filter)
 
@@ -230,33 +230,33 @@ def _feedback(trace_id: str, satisfaction: int, error_type: int, comments: str,
     return run
 
 
-# --- the process's own: no session is needed ---------------------------------------------------------
+# --- what belongs to the process: no session is needed ---------------------------------------------------------
 
 
 def set_phrases(phrases: Iterable[str]) -> None:
-    """Replaces the phrases that no value of a query may hold; none: every text passes."""
+    """Replaces the phrases that query values must not contain; none: every text passes."""
     texts = [encode(phrase) for phrase in phrases]
     check(library().veltra_set_phrases((ctypes.c_char_p * len(texts))(*texts), len(texts)),
           "the phrases are not set")
 
 
 def set_phrase_keys(keys: Iterable[int], limit: int) -> None:
-    """The same by keys that were computed elsewhere; limit: the number of words of the longest."""
+    """The same with keys that were computed elsewhere; limit: the number of words of the longest phrase."""
     numbers = [integer(key, 0, 2**64 - 1) for key in keys]
     check(library().veltra_set_phrase_keys((ctypes.c_uint64 * len(numbers))(*numbers), len(numbers),
                                            integer(limit, 0, 2**32 - 1)), "the keys are not set")
 
 
 def phrase_key(phrase: str) -> int:
-    """Computes the key of a phrase; docs/screening.md tells when it has further ones."""
+    """Computes the key of a phrase; docs/screening.md says when it has further ones."""
     return int(library().veltra_phrase_key(encode(phrase)))
 
 
 def convert_time(expression: str, now: Optional[float] = None, *, start_of_day: bool = False) -> str:
-    """Turns an expression such as "-1d" into "YYYY-MM-DD HH:MM:SS", local time; into an empty text
-    when it leads to a date that doesn't exist. now: seconds since 1970, this moment unless given.
-    start_of_day: a day without a clock time means 00:00:00, and else 23:59:59. Raises BadArgument for
-    what can't be read."""
+    """Converts an expression such as "-1d" to "YYYY-MM-DD HH:MM:SS", local time; to an empty text if it
+    leads to a date that doesn't exist. now: seconds since 1970; None: the present. start_of_day: a day
+    without a clock time means 00:00:00, otherwise 23:59:59. Raises BadArgument if the expression can't
+    be read."""
     moment = integer(int(time.time() if now is None else now), -2**63, 2**63 - 1)
     result = ctypes.create_string_buffer(20)
     check(library().veltra_convert_time(encode(expression), moment, start_of_day, result),
@@ -265,10 +265,10 @@ def convert_time(expression: str, now: Optional[float] = None, *, start_of_day: 
 
 
 def set_first_day_of_week(day: int) -> None:
-    """Sets where weeks begin for convert_time: 0, Sunday, as at first, to 6."""
-    check(library().veltra_set_first_day_of_week(int32(day)), f"no day of the week: {day}")
+    """Sets the first day of the week for convert_time: 0, Sunday, the initial value, to 6."""
+    check(library().veltra_set_first_day_of_week(int32(day)), f"not a day of the week: {day}")
 
 
 def library_version() -> str:
-    """The version of the library that is loaded."""
+    """The version of the loaded library."""
     return str(library().veltra_version().decode())
