@@ -95,7 +95,8 @@ usage '' query
 usage 'no option --no-such; see veltra query --help' query --no-such
 usage '' query greeting
 usage 'expected NAME=VALUE: name' query greeting name
-usage '--satisfaction: good is not a number; see' feedback submit --trace-id t --satisfaction good
+usage '--repeat: the value is missing; see' query greeting --repeat
+usage '--satisfaction: good is not a valid value; see' feedback submit --trace-id t --satisfaction good
 VELTRA_APP_KEY=half usage '' query greeting
 usage 'see veltra query --help' query greeting --repeat 0
 usage 'see veltra query --help' query greeting --repeat 9 --threads 257
@@ -118,10 +119,10 @@ usage 'zero byte' query greeting name=@zero "${with_keys[@]}"
 usage '@- can be given once' query greeting name=@- place=@- "${with_keys[@]}"
 picture=(feedback submit --trace-id t "${with_keys[@]}" --picture)
 usage 'does not exist' "${picture[@]}" absent
-usage 'is actually a directory' "${picture[@]}" .
-usage 'an empty picture' "${picture[@]}" empty
+usage 'is a directory' "${picture[@]}" .
+usage 'empty picture' "${picture[@]}" empty
 usage '32 MiB at most' "${picture[@]}" huge
-usage 'a picture given twice' "${picture[@]}" 1 1
+usage 'picture given twice' "${picture[@]}" 1 1
 usage '4 pictures at most' "${picture[@]}" 1 2 3 --picture 4 5
 # On standard output as JSON, which is always UTF-8.
 no() { printf '{"ok":false,"code":%s,"message":"%s"%s}' "$1" "$2" "${3:-}"; }
@@ -196,7 +197,7 @@ at 0 '*' 'name has line breaks' 'query greeting' name=@in --phrase-file phrases.
 
 fault() { control POST faults "$1" >fault; }
 fault '{"path":"/api/tmqgw/v1/token/get","kind":"garbage","text":"HTTP/1.1 200 OK\r\n\r\n{\"errorCode\":\"1\",\"message\":\"s3cret\\\"4712\"}"}'
-at 1 "$(no 0 'the login failed: no key pair gave a token' ',"outcome":"Refused","detail":"*\*\*\*","attempts":1,"httpStatus":200')" '***' 'query greeting' --json --log-level 2
+at 1 "$(no 0 'the login failed: no key pair yielded a token' ',"outcome":"Refused","detail":"*\*\*\*","attempts":1,"httpStatus":200')" '***' 'query greeting' --json --log-level 2
 control DELETE faults >fault
 
 VELTRA_APP_KEY=app-4711 VELTRA_SECRET_KEY="$secret" check 0 '*' - query greeting --domain "$(<plain)"
@@ -210,7 +211,7 @@ for where in '>&-' '>/dev/full' '<&- >&- 2>&-'; do
 done
 
 check 0 "{\"ok\":true,\"domain\":\"$(<tls)\",$answered" - probe "$(<tls)/" --ca-file ca.pem --json
-check 1 '' "failed: $(<tls) does not answer as a gateway does: certificate: SSL certificate problem" probe "$(<tls)"
+check 1 '' "failed: $(<tls) does not answer like a gateway: certificate: SSL certificate problem" probe "$(<tls)"
 
 # --- repetition ----------------------------------------------------------------------------------
 

@@ -259,6 +259,7 @@ TEST(Program, ServesUntilToldToEndAndSaysByItsExitStatusWhyNot) {
     const std::pair<const char*, int> cases[] = {
         {"--help", 0},
         {"--port 70000", 2},
+        {"--tls=x", 2},
         {"--key nocolon", 2},
         {"--fault kind=stall,number=1x", 2},
         {"--templates missing", 2},
@@ -270,8 +271,12 @@ TEST(Program, ServesUntilToldToEndAndSaysByItsExitStatusWhyNot) {
         {"--address nowhere", 1},
         {"--ready-file missing/ready", 1},
     };
-    for (const auto& [arguments, status] : cases)
+    for (const auto& [arguments, status] : cases) {
         EXPECT_EQ(RunProgram(arguments), status) << arguments << '\n' << Read("log");
+        if (status == 0) continue;
+        EXPECT_EQ(Read("log").rfind("veltra-gateway: ", 0), 0) << Read("log");
+        EXPECT_FALSE(Contains(Read("log"), "Could not convert")) << Read("log");
+    }
     std::filesystem::remove_all(folder);
 }
 

@@ -104,7 +104,7 @@ TEST_P(ModelTest, TellsEachFailureByItsCode) {
         {[&] { says(302, std::string()); }, "502003", "no message"},
         {[&] { says(500, std::string(299, 'x') + "\xc3\xa9!"); }, "502003",
          std::string(299, 'x') + "...\\\""},
-        {[&] { says(200, std::string("{\"choices\":")); }, "502004", "no JSON object"},
+        {[&] { says(200, std::string("{\"choices\":")); }, "502004", "not a JSON object"},
         {[&] { says(200, std::string("{\"choices\":\"\xff\"}")); }, "502004", "UTF-8"},
         {[&] { says(200, std::string(R"({"choices":[{"text":"a"}]})")); }, "502004",
          "first choice"},
@@ -184,8 +184,8 @@ TEST_P(ModelTest, RefusesWhatCannotBeUsed) {
         std::function<void(gateway::ModelOptions&)> change;
         const char* part;
     } cases[] = {
-        {[](auto& model) { model.url = "ftp://h"; }, "neither http"},
-        {[](auto& model) { model.url = "http://user:secret@h"; }, "holds more than"},
+        {[](auto& model) { model.url = "ftp://h"; }, "must begin with http"},
+        {[](auto& model) { model.url = "http://user:secret@h"; }, "has more than"},
         {[](auto& model) { model.url = "http://h:65536/v1"; }, "port"},
         {[](auto& model) { model.url = "https://[::1"; }, "]"},
         {[](auto& model) { model.url = "http:///v1"; }, "no host"},

@@ -52,7 +52,7 @@ check 2 '' query greeting name=A place=B --phrase-file größe "${with_keys[@]}"
 check 0 '[0-9a-f]*' feedback submit --trace-id t --comment ä --picture größe/bild.jpg \
   --log-level detail "${with_keys[@]}"
 grep -q '"feedbackDescription":"ä"' err || { failed=1 && echo 'no body on standard error'; }
-check 0 '*Every step went as it should.' demo --gateway "$plain" --credentials größe/schlüssel.json
+check 0 '*Every step went as expected.' demo --gateway "$plain" --credentials größe/schlüssel.json
 check 0 'Hello A, welcome to B.' query greeting name=A place=B --domain "$tls" \
   --ca-file "$gateways/ca.pem" --credentials größe/schlüssel.json
 check 1 '' probe "$tls"

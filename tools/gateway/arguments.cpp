@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -21,12 +22,11 @@ constexpr const char* kExamples =
     "  veltra-gateway --model-url http://127.0.0.1:11434/v1 --model llama3.2\n"
     "Faults (kind=): status delay close reset reset-in-headers reset-in-body cut-body stall\n"
     "  stall-in-body garbage bad-json empty-body reject-token refuse; with on= (query probe token\n"
-    "  slots feedback withdrawal push), path= (a prefix, or exact with a $ at its end), number=,\n"
-    "  code=, times= and, last, text=.\n"
-    "  docs/local-gateway.md explains each of them.\n"
+    "  slots feedback withdrawal push), path= (a prefix, or exact if it ends with $), number=,\n"
+    "  code=, times= and, last, text=. docs/local-gateway.md explains each of them.\n"
     "JSON: {\"ok\":true,\"baseUrl\":\"..\"} once it listens; {\"ok\":false,\"message\":\"..\"} if "
     "it can't.\n"
-    "Exit status: 0 ended on request, 1 could not start, 2 usage.";
+    "Exit status: 0 ended on request, 1 could not start, 2 wrong usage.";
 
 std::optional<std::string> readFile(const std::string& name) {
     std::ifstream file(name, std::ios::binary);
@@ -38,8 +38,9 @@ std::optional<std::string> readFile(const std::string& name) {
 
 void addKey(Arguments& arguments, const std::string& pair) {
     const auto colon = pair.find(':');
-    // The text may hold a secret, so the message doesn't show it.
-    if (colon == 0 || colon == pair.npos) throw CLI::ValidationError("key", "expected APP:SECRET");
+    // The text may contain a secret, so the message doesn't show it.
+    if (colon == 0 || colon == pair.npos)
+        throw CLI::ValidationError("--key", "expected APP:SECRET");
     arguments.options.keys.push_back({pair.substr(0, colon), pair.substr(colon + 1)});
 }
 
@@ -68,13 +69,13 @@ void parseFaults(Arguments& arguments) {
     }
 }
 
-// The key of a file may end with a line's end, as editors leave it.
+// A key in a file may end with a line break, as editors leave it.
 std::string readModelKey(const std::string& name) {
     auto key = readFile(name);
     if (!key) throw CLI::ValidationError("--model-key-file", "cannot read " + name);
     if (!key->empty() && key->back() == '\n') key->pop_back();
     if (!key->empty() && key->back() == '\r') key->pop_back();
-    if (key->empty()) throw CLI::ValidationError("--model-key-file", name + " holds no key");
+    if (key->empty()) throw CLI::ValidationError("--model-key-file", name + " contains no key");
     return *key;
 }
 
@@ -104,8 +105,8 @@ void completeModel(Arguments& arguments) {
 void declareModel(CLI::App& app, Arguments& arguments) {
     auto& model = arguments.options.model;
     auto* url = app.add_option("--model-url", model.url,
-                               "Has a model answer, by the chat completions protocol of the server "
-                               "at this URL, such as http://127.0.0.1:11434/v1");
+                               "Let a model answer: URL of a server with the chat completions "
+                               "protocol, such as http://127.0.0.1:11434/v1");
     auto* name = app.add_option("--model", model.name, "Name of the model, as its server knows it");
     url->needs(name);
     const auto add = [&](const std::string& option, auto& value, const char* help) {
@@ -114,16 +115,16 @@ void declareModel(CLI::App& app, Arguments& arguments) {
     name->needs(url);
     add("--model-key-file", arguments.modelKeyFile,
         "File with the server's key (default: the variable VELTRA_MODEL_KEY, if it is set)");
-    add("--model-ca-file", model.caFile, "Authorities that its certificate is trusted by (PEM)");
+    add("--model-ca-file", model.caFile, "Authorities to trust for its certificate (PEM)");
     app.add_option_function<double>(
            "--model-timeout",
            [&model](double seconds) {
                model.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
            },
-           "Seconds until an answer must be there (default: 100)")
+           "Time limit of a query in seconds, its wait for a turn included (default: 100)")
         ->needs(url)
         ->check(CLI::Range(0.001, 86400.0));
-    add("--model-concurrency", model.concurrency, "Requests that the model gets at a time")
+    add("--model-concurrency", model.concurrency, "Most requests that the model gets at a time")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
 }
@@ -139,13 +140,14 @@ void declareArguments(CLI::App& app, Arguments& arguments) {
     app.footer(kExamples);
     app.add_option("--address", options.address, "Numeric address to listen on")
         ->capture_default_str();
-    app.add_option("--port", options.port, "Port; 0: one that the system picks")
+    app.add_option("--port", options.port, "Port; 0: picked by the system")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
-    app.add_flag("--tls", options.tls, "HTTPS, with an authority made at start");
-    app.add_option("--ca-out", arguments.caFile, "File for the authority to trust (PEM)")
+    app.add_flag("--tls", options.tls, "Serve HTTPS, with an authority created at start");
+    app.add_option("--ca-out", arguments.caFile,
+                   "File to write the authority to, which clients must trust (PEM)")
         ->needs("--tls");
-    app.add_option("--key", arguments.keys, "APP:SECRET, a pair that gets a token; repeatable")
+    app.add_option("--key", arguments.keys, "Key pair APP:SECRET to accept; repeatable")
         ->allow_extra_args(false);
     app.add_option("--keys-file", arguments.keysFile, "File with an APP:SECRET on each line");
     app.add_option("--area-domain", options.areaDomain,
@@ -157,17 +159,17 @@ void declareArguments(CLI::App& app, Arguments& arguments) {
            [&options](std::int32_t seconds) {
                options.uploadLifetime = std::chrono::seconds(seconds);
            },
-           "Seconds that an upload URL is valid; 0: late as soon as made (default: 600)")
-        ->check(CLI::NonNegativeNumber);
+           "Seconds that an upload URL is valid; 0: expired from the start (default: 600)")
+        ->check(CLI::Range(0, std::numeric_limits<std::int32_t>::max()));
     app.add_option("--templates", arguments.templatesFile,
-                   "JSON file in place of the three shipped");
+                   "JSON file with prompt templates, in place of the three built in");
     declareModel(app, arguments);
     app.add_option("--fault", arguments.faults, "A fault, such as kind=status,number=503,times=1")
         ->allow_extra_args(false);
     app.add_option("--ready-file", arguments.readyFile,
-                   "File that appears, holding the base URL, once the gateway listens");
+                   "File to create, with the base URL in it, once the gateway listens");
     app.add_flag("--json", arguments.json,
-                 "Where it listens, or why it can't, as one line of JSON on standard output");
+                 "Say where it listens, or why it can't, as one line of JSON on standard output");
 }
 
 void completeArguments(Arguments& arguments) {

@@ -46,8 +46,8 @@ std::optional<ChatAnswer> readChatAnswer(const std::string& body, std::string& m
     const auto document = parseJson(body);
     const auto* choices = member(document, "choices");
     if (choices == nullptr || !choices->IsArray()) {
-        missing =
-            document.IsObject() ? R"(it has no array "choices")" : "it is no JSON object in UTF-8";
+        missing = document.IsObject() ? R"(it has no array "choices")"
+                                      : "it is not a JSON object in UTF-8";
         return std::nullopt;
     }
     ChatAnswer answer;

@@ -111,7 +111,7 @@ Answer state(const Gateway& gateway) {
 
 Answer watch(const Gateway& gateway, std::string_view since) {
     const auto revision = numberIn(since);
-    if (!revision) return problem(400, "\"since\" is a number");
+    if (!revision) return problem(400, "\"since\" must be a number");
     const auto exchanges = gateway.exchanges(*revision, kMaxWatched, kMaxWatchedBody);
     return json([&](JsonWriter& writer) {
         writeState(writer, gateway);

@@ -36,7 +36,7 @@ Answer refusal(std::string_view code, std::string_view message, int status) {
 
 Answer tokenRefusal() {
     return refusal("500004",
-                   std::string(kTokenRejected) + ": the access token is not valid (any more)");
+                   std::string(kTokenRejected) + ": the access token is invalid or has expired");
 }
 
 Answer malformed(std::string_view what) {

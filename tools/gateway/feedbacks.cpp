@@ -75,9 +75,9 @@ Answer Feedbacks::withdraw(const rapidjson::Value& body) {
     if (!id) return malformed(R"(needs the text "feedbackId")");
     const std::scoped_lock lock(mutex_);
     auto* feedback = kept_.find([&](const Feedback& kept) { return kept.id == *id; });
-    if (feedback == nullptr) return refusal("404002", "no feedback of that id");
+    if (feedback == nullptr) return refusal("404002", "no feedback with that id");
     if (std::exchange(feedback->withdrawn, true))
-        return refusal("409001", "the feedback has been withdrawn before");
+        return refusal("409001", "the feedback has already been withdrawn");
     return success([](JsonWriter&) {});
 }
 

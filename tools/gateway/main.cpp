@@ -3,6 +3,7 @@
 #include "arguments.h"
 #include "gateway.h"
 #include "json.h"
+#include "parser_words.h"
 #include "signals_posix.h"
 
 #include <CLI/CLI.hpp>
@@ -23,12 +24,13 @@ constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
 constexpr const char* kAbout =
-    "A gateway on this machine: it hands out tokens, renders prompt templates and has a model\n"
-    "answer them, if there is one, takes feedback with pictures, and fails on request. Its page\n"
-    "at / shows this in a browser.\n"
-    "It runs until SIGINT, SIGTERM or POST /control/stop, and keeps nothing on disk.";
+    "A gateway on this machine. It issues tokens, renders prompt templates and lets a model "
+    "answer\n"
+    "them if there is one, accepts feedback with pictures, and fails on request. Its page at /\n"
+    "shows all of this in a browser.\n"
+    "It runs until SIGINT, SIGTERM or POST /control/stop, and stores nothing on disk.";
 
-/// One line of JSON on standard output, at once: whoever started the gateway waits for it.
+/// Prints one line of JSON to standard output at once: whoever started the gateway waits for it.
 void printJson(bool ok, std::string_view name, std::string_view text) {
     rapidjson::StringBuffer buffer;
     gateway::JsonWriter writer(buffer);
@@ -46,12 +48,12 @@ int fail(bool json, const std::string& reason) {
     return kFailed;
 }
 
-/// Whether JSON is wanted, even if the command line can't be understood.
+/// Whether JSON is wanted, even if the command line can't be parsed.
 bool wantsJson(int argc, char** argv) {
     return std::find(argv + 1, argv + argc, std::string_view("--json")) != argv + argc;
 }
 
-/// Readers find either nothing or the whole text.
+/// Readers find either no file or the whole text.
 void writeFile(const std::string& name, const std::string& text) {
     const std::string part = name + ".part" + std::to_string(getpid());
     std::ofstream file(part, std::ios::binary);
@@ -101,8 +103,9 @@ int main(int argc, char** argv) {
         return run(arguments, end);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);
-        std::cerr << "veltra-gateway: " << error.what() << "; see veltra-gateway --help\n";
-        if (wantsJson(argc, argv)) printJson(false, "message", error.what());
+        const std::string reason = wordsOf(error);
+        std::cerr << "veltra-gateway: " << reason << "; see veltra-gateway --help\n";
+        if (wantsJson(argc, argv)) printJson(false, "message", reason);
         return kUsage;
     } catch (const std::exception& error) {
         return fail(arguments.json, error.what());

@@ -30,7 +30,7 @@ std::string secondsOf(std::chrono::milliseconds time) {
 
 Model::Model(const ModelOptions& options) : options_(options), client_(options) {
     if (options.name.empty() || !isUtf8(options.name))
-        throw std::runtime_error("the model has no name in UTF-8");
+        throw std::runtime_error("the model's name is not UTF-8");
 }
 
 Model::Outcome Model::ask(const Template& from, const std::string& prompt,
@@ -58,7 +58,7 @@ std::optional<Answer> Model::read(ModelCall& call, const ModelClient::Reply& rep
     std::string missing;
     auto answer = readChatAnswer(reply.body, missing);
     if (!answer)
-        return refusal("502004", "the answer of the model's server is not understood: " + missing);
+        return refusal("502004", "the answer of the model's server can't be read: " + missing);
     call.promptTokens = answer->promptTokens;
     call.answerTokens = answer->answerTokens;
     call.stoppedByLength = answer->stoppedByLength;
@@ -67,7 +67,7 @@ std::optional<Answer> Model::read(ModelCall& call, const ModelClient::Reply& rep
     if (!call.answer.empty()) return std::nullopt;
     return refusal("502005",
                    call.stoppedByLength
-                       ? "the model met its limit before it said anything: the template's "
+                       ? "the model reached its limit before it said anything: the template's "
                          "\"maxTokens\" may be too small"
                        : "the model's answer is empty");
 }
@@ -91,7 +91,7 @@ Answer Model::refusalFor(ModelClient::Fate fate) const {
                                std::to_string(options_.concurrency) +
                                " requests were under way; --model-concurrency allows more");
         case Fate::TimedOut:
-            return refusal("504001", "no whole answer of the model" + within +
+            return refusal("504001", "no complete answer of the model" + within +
                                          "; --model-timeout allows more");
         case Fate::Left:
             return refusal("499001", "the client left before the model had answered");
@@ -99,7 +99,8 @@ Answer Model::refusalFor(ModelClient::Fate fate) const {
         case Fate::Answered:
             break;
     }
-    return refusal("502007", "the connection to the model's server ended before its whole answer");
+    return refusal("502007",
+                   "the connection to the model's server ended before its answer was complete");
 }
 
 // A server may quote the key in its complaint; and what clients look for in the gateway's own

@@ -20,7 +20,8 @@ constexpr std::chrono::seconds kConnectPatience{10};
 void checkKey(const std::string& key) {
     const auto fits = [](char c) { return c > ' ' && c < '\x7f'; };
     if (!std::all_of(key.begin(), key.end(), fits))
-        throw std::runtime_error("the model's key holds a space, a line break or what isn't ASCII");
+        throw std::runtime_error(
+            "the model's key contains a space, a line break or a character that isn't ASCII");
 }
 
 void checkAuthorities(const std::string& file) {

@@ -37,12 +37,11 @@ int portFrom(std::string_view text) {
 }  // namespace
 
 ModelUrl parseModelUrl(const std::string& url) {
-    if (!isPlain(url)) refuse("holds more than scheme, host, port and path");
+    if (!isPlain(url)) refuse("has more than scheme, host, port and path");
     std::string_view rest = url;
     ModelUrl made;
     made.tls = takePrefix(rest, "https://");
-    if (!made.tls && !takePrefix(rest, "http://"))
-        refuse("begins with neither http:// nor https://");
+    if (!made.tls && !takePrefix(rest, "http://")) refuse("must begin with http:// or https://");
     auto authority = rest.substr(0, rest.find('/'));
     made.path = rest.substr(authority.size());
     while (!made.path.empty() && made.path.back() == '/')
@@ -50,7 +49,7 @@ ModelUrl parseModelUrl(const std::string& url) {
 
     const bool isV6 = takePrefix(authority, "[");
     const auto hostEnd = authority.find(isV6 ? ']' : ':');
-    if (isV6 && hostEnd == authority.npos) refuse("lacks a ]");
+    if (isV6 && hostEnd == authority.npos) refuse("has no ]");
     made.host = authority.substr(0, hostEnd);
     if (made.host.empty()) refuse("names no host");
     authority.remove_prefix(std::min(authority.size(), made.host.size() + (isV6 ? 1 : 0)));

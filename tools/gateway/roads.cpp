@@ -94,7 +94,8 @@ Answer Roads::answer(const Request& request, const std::stop_token& left) {
         case RequestKind::Any:
             break;
     }
-    return refusal("404000", "no such road: " + showable(request.method + ' ' + request.path), 404);
+    return refusal("404000", "no such endpoint: " + showable(request.method + ' ' + request.path),
+                   404);
 }
 
 Answer Roads::token(const std::string& body) {

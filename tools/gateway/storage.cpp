@@ -100,10 +100,10 @@ Answer Storage::grant(const rapidjson::Value& body) const {
     const auto* number = member(wanted, "generateNum");
     if (number == nullptr || !number->IsInt() || number->GetInt() < 1 ||
         number->GetInt() > kMaxSlots)
-        return malformed(R"("generateNum" is an integer from 1 to 100)");
+        return malformed(R"("generateNum" must be an integer from 1 to 100)");
     const auto type = textMember(wanted, "imageType");
     if (!type || !isImageType(*type))
-        return malformed(R"("imageType" is a text of up to 8 small letters and digits)");
+        return malformed(R"("imageType" must be a text of up to 8 lower-case letters and digits)");
     std::vector<UploadSlot> slots;
     slots.reserve(static_cast<std::size_t>(number->GetInt()));
     for (int i = 0; i < number->GetInt(); ++i)
@@ -139,9 +139,9 @@ Answer Storage::put(const Request& request) {
     const auto signedPart = target.substr(0, end);
     if (end == target.npos ||
         !sameSignature(target.substr(end + kSignature.size()), signatureOf(signedPart)))
-        return refusal("403002", "the URL is not one that was handed out", kForbidden);
+        return refusal("403002", "the URL was not issued by this gateway", kForbidden);
     if (nowSeconds() >= expiryOf(signedPart))
-        return refusal("403003", "the URL is not valid any more", kForbidden);
+        return refusal("403003", "the URL has expired", kForbidden);
 
     auto bytes = std::make_shared<const std::string>(request.body);
     const auto pathSize = signedPart.find('?') - kStoragePrefix.size();

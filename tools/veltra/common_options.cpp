@@ -71,19 +71,19 @@ void addConnection(CLI::App& command, CommonOptions& options) {
         ->check(existingFile());
     command
         .add_option("--proxy", http.proxy,
-                    "Proxy URL, or \"direct\" for none (default: the environment's)")
+                    "Proxy URL, or \"direct\" for none (default: that of the environment)")
         ->group(kConnection)
         ->option_text("URL");
     command
         .add_option_function<std::uint32_t>(
             "--timeout-ms", [&http](std::uint32_t limit) { setTimeLimit(http, limit); },
-            "Longest time of one exchange in milliseconds (default: 120000)")
+            "Time limit of each exchange in milliseconds (default: 120000)")
         ->group(kConnection)
         ->option_text("N")
         ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
     command
         .add_flag("--allow-plain-http", http.allowPlainHttp,
-                  "Allow http to other hosts; anyone on the network path can read along")
+                  "Allow http to other hosts; anyone on the network path can then read it")
         ->group(kConnection);
 }
 
@@ -100,15 +100,16 @@ CLI::Option* addLogLevel(CLI::App& command, CommonOptions& options) {
     return command
         .add_option(
             "--log-level", options.logLevel,
-            "Lowest level of the library's records on standard error: detail (2), progress (3), "
-            "warning (4), error (5) or none (6) (default: warning). The first two show query texts")
+            "Lowest level of the library's log records on standard error: detail (2), progress "
+            "(3), warning (4), error (5) or none (6) (default: warning). The first two show query "
+            "texts")
         ->option_text("LEVEL")
         ->transform(levelName());
 }
 
 void addJson(CLI::App& command, CommonOptions& options) {
     command.add_flag("--json", options.json,
-                     "Result, failures too, as one line of JSON on standard output");
+                     "Print the result, or the failure, as one line of JSON on standard output");
 }
 
 }  // namespace tool

@@ -21,7 +21,7 @@ Veltra::CAccessKey readKey(const std::string& file, const rapidjson::Value& valu
     const auto appKey = textMember(value, "appKey");
     const auto secretKey = textMember(value, "secretKey");
     if (!appKey || !secretKey || appKey->empty() || secretKey->empty())
-        throw malformed(file, "a key pair lacks a text");
+        throw malformed(file, "a key pair without appKey or secretKey");
     return {*appKey, *secretKey};
 }
 
@@ -40,7 +40,7 @@ Credentials readCredentials(const std::string& file, const rapidjson::Value& doc
 Credentials parseFile(const std::string& file) {
     const std::string text = readFile(file);
     if (isReadableByOthers(file))
-        complain("warning: other users may read " + file + "; chmod 600 closes it");
+        complain("warning: other users may read " + file + "; chmod 600 prevents that");
 
     constexpr unsigned kFlags =
         rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag;
@@ -70,7 +70,7 @@ std::optional<Credentials> findCredentials(const std::string& file) {
     if (appKey.empty() && secretKey.empty()) return std::nullopt;
     if (appKey.empty() || secretKey.empty())
         throw UsageError(
-            "VELTRA_APP_KEY and VELTRA_SECRET_KEY go together; one of them is not set");
+            "VELTRA_APP_KEY and VELTRA_SECRET_KEY must be set together; one is missing");
     return Credentials{{{appKey, secretKey}}, ""};
 }
 

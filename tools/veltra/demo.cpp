@@ -20,19 +20,19 @@ namespace tool {
 namespace {
 
 constexpr const char* kDemoEnd =
-    "Needs a local gateway with its shipped templates; what a model behind it answers is its own\n"
-    "affair. Without keys the pair demo:demo is used, which veltra-gateway accepts when it is\n"
-    "started without --key. The library's records appear when a step deviates, or all along with\n"
-    "--log-level.\n"
+    "Needs a local gateway with its built-in templates; if it has a model, any answer of that is\n"
+    "accepted. Without keys the pair demo:demo is used, which veltra-gateway accepts if it is\n"
+    "started without --key. The library's log records are shown when a step deviates, or all the\n"
+    "time with --log-level.\n"
     "\nExample:\n"
     "  veltra gateway --port 8080 &\n"
     "  veltra demo --gateway http://127.0.0.1:8080\n";
 
 constexpr const char* kOutcome =
     "\nJSON: {\"ok\":true,\"steps\":[{\"number\":N,\"title\":\"..\",\"result\":\"..\"}]}; after a\n"
-    "  deviation \"ok\" is false, \"code\":0 and \"message\" follow it, and the last step has\n"
+    "  deviation \"ok\" is false, followed by \"code\":0 and \"message\", and the last step has\n"
     "  \"deviation\" in place of \"result\".\n"
-    "\nExit status: 0 every step went as it should, 1 a step deviated, 2 wrong usage.";
+    "\nExit status: 0 every step went as expected, 1 a step deviated, 2 wrong usage.";
 
 struct DemoOptions {
     CommonOptions common;  // the domain is the gateway
@@ -69,7 +69,7 @@ class Report {
                 writer.json(steps_.written());
             });
         } else if (ok) {
-            printLine("Every step went as it should.");
+            printLine("Every step went as expected.");
         }
     }
 

@@ -187,13 +187,13 @@ std::string Demo::logIn() {
     Credentials pairs = credentials_;
     pairs.keys.insert(pairs.keys.begin(), {kRetiredApp, "retired-secret"});
     expect(Veltra::Veltra_Authentication(Veltra::ProductType::Default, pairs.licence()),
-           "no key pair gave a token");
+           "no key pair yielded a token");
     const auto requests = seen(kTokenPath);
     expect(requests.size() == 2,
            "expected 2 token requests at the gateway, it got " + std::to_string(requests.size()));
     expect(textIn(requests[0], "appKey") == kRetiredApp &&
                textIn(requests[1], "appKey") == pairs.keys[1].appKey,
-           "the pairs were not tried in their order");
+           "the pairs were not tried in order");
     expect(Veltra::Veltra_IsLLMServiceValid(), "the service is not usable after the login");
     return "the first was refused, the second accepted";
 }
@@ -203,11 +203,11 @@ std::string Demo::screen() {
     phrases.add("project bluebird");
     phrases.add("merger");
     expect(Veltra::Veltra_SetsitiveWords(phrases.keys, phrases.mostWords),
-           "the phrase list was not taken");
+           "the phrase list was not accepted");
     const auto message =
         makeMessage("summary", {{"sentences", "1"}, {"text", "On project bluebird: a memo."}});
     const std::string refusal = refusalOf(message, kSensitive);
-    expect(seen(kQueryPath).empty(), "the query reached the gateway all the same");
+    expect(seen(kQueryPath).empty(), "the query reached the gateway nevertheless");
     return "refused before anything was sent: " + refusal;
 }
 
@@ -248,7 +248,7 @@ std::string Demo::giveFeedback() {
     const std::vector<std::string> pictures = {jpegWithComment("before"), jpegWithComment("after")};
     const auto id =
         submitFeedback(makeComment(traceId_, pictures), OutputElsewhere::Target::Nowhere);
-    expect(id.has_value(), "the feedback was not taken");
+    expect(id.has_value(), "the feedback was not accepted");
     expect(!id->empty(), "the gateway gave the feedback no id");
     feedbackId_ = *id;
     const auto posts = seen(kFeedbackPath);
@@ -262,11 +262,11 @@ std::string Demo::giveFeedback() {
 
 std::string Demo::withdraw(bool granted) {
     expect(Veltra::Veltra_CancleComments(feedbackId_) == granted,
-           granted ? "the withdrawal was refused" : "the gateway granted it again");
+           granted ? "the withdrawal was refused" : "the gateway accepted it again");
     const auto requests = seen(kCancelPath);
     expect(requests.size() == 1 && textIn(requests[0], "feedbackId") == feedbackId_,
-           "the gateway did not see the withdrawal just once");
-    return granted ? "withdrawn" : "refused, as it is withdrawn already";
+           "the gateway did not see the withdrawal exactly once");
+    return granted ? "withdrawn" : "refused, since it is already withdrawn";
 }
 
 std::string Demo::shutDown() {

@@ -23,15 +23,15 @@ namespace tool {
 namespace {
 
 constexpr const char* kFeedbackEnd =
-    "\"veltra feedback submit --help\" and \"veltra feedback cancel --help\" say more.";
+    "See \"veltra feedback submit --help\" and \"veltra feedback cancel --help\" for details.";
 
 constexpr const char* kSubmitEnd =
-    "The feedback id goes to standard output, the library's records to standard error; with\n"
-    "--log-level detail so do the requests' bodies, unless that is a terminal. Texts are UTF-8;\n"
-    "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
-    "library, which sends texts as they are, gets them.\n"
-    "Pictures are JPEG files, up to 4 of up to 32 MiB. One that can't be uploaded is left out,\n"
-    "and a record on standard error tells of it; when none can, the feedback fails.\n"
+    "The feedback id goes to standard output, the library's log records to standard error. With\n"
+    "--log-level detail the request bodies go there too, unless it is a terminal. Texts are "
+    "UTF-8;\n"
+    "quotes, backslashes and control characters in them are escaped for JSON.\n"
+    "Pictures are JPEG files, at most 4, of at most 32 MiB each. One that can't be uploaded is\n"
+    "left out, with a log record on standard error; if none can be, the feedback fails.\n"
     "\nExamples:\n"
     "  veltra feedback submit --trace-id 4f1c --comment \"Not what I asked\" --satisfaction 2 \\\n"
     "      --type 1 --credentials keys.json\n"
@@ -39,9 +39,9 @@ constexpr const char* kSubmitEnd =
 
 constexpr const char* kSubmitOutcome =
     "\nJSON: {\"ok\":true,\"feedbackId\":\"..\",REPORT}, or\n"
-    "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; the id is empty when the gateway gave\n"
+    "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; the id is empty if the gateway gave\n"
     "  none; REPORT is \"outcome\":\"..\",\"detail\":\"..\",\"attempts\":N,\"httpStatus\":N\n"
-    "\nExit status: 0 the gateway has the feedback, 1 refused or failed, 2 wrong usage.";
+    "\nExit status: 0 the gateway accepted the feedback, 1 refused or failed, 2 wrong usage.";
 
 constexpr const char* kCancelEnd =
     "Example:\n"
@@ -51,7 +51,7 @@ constexpr const char* kCancelOutcome =
     "\nJSON: {\"ok\":true,\"feedbackId\":\"..\",REPORT}, or\n"
     "  {\"ok\":false,\"code\":0,\"message\":\"..\",REPORT}; REPORT is \"outcome\":\"..\",\n"
     "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N\n"
-    "\nExit status: 0 withdrawn, 1 refused, as a second time is, or failed, 2 wrong usage.";
+    "\nExit status: 0 withdrawn, 1 refused (as a second time is) or failed, 2 wrong usage.";
 
 struct SubmitOptions {
     CommonOptions common;
@@ -79,8 +79,8 @@ std::shared_ptr<Veltra::LLMComment> makeComment(const SubmitOptions& options) {
     return comment;
 }
 
-/// Bodies hold the user's words, and image keys just as the gateway gave them: a terminal might
-/// obey what is in them.
+/// Bodies contain the user's words, and image keys just as the gateway gave them: a terminal might
+/// obey control sequences in them.
 OutputElsewhere::Target targetOfBodies(int logLevel) {
     return logLevel > kDetailLevel || errorGoesToTerminal()
                ? OutputElsewhere::Target::Nowhere
@@ -88,7 +88,7 @@ OutputElsewhere::Target targetOfBodies(int logLevel) {
 }
 
 std::string logInAndSubmit(const SubmitOptions& options) {
-    // Whatever is wrong with the arguments comes to light before the first exchange.
+    // Whatever is wrong with the arguments is reported before the first exchange.
     const auto credentials = loadCredentials(options.common.credentialsFile);
     const auto comment = makeComment(options);
     Oak::Net::SetHttpClientOptions(options.common.http);
@@ -96,7 +96,7 @@ std::string logInAndSubmit(const SubmitOptions& options) {
     const Login login(options.common.domain, credentials);
     if (const auto id = submitFeedback(comment, targetOfBodies(options.common.logLevel)))
         return *id;
-    throw Failure("the feedback was not taken", Veltra::Veltra_LastCall());
+    throw Failure("the feedback was not accepted", Veltra::Veltra_LastCall());
 }
 
 std::string logInAndCancel(const CancelOptions& options) {
@@ -110,7 +110,7 @@ std::string logInAndCancel(const CancelOptions& options) {
     return options.feedbackId;
 }
 
-/// Runs what gives a feedback id and prints that.
+/// Runs `act` and prints the feedback id that it returns.
 int report(const CommonOptions& options, const std::function<std::string()>& act) {
     try {
         const std::string id = act();
@@ -140,17 +140,19 @@ void addCommon(CLI::App& command, CommonOptions& options) {
 void declareSubmit(CLI::App& command, SubmitOptions& options) {
     command.footer(std::string(kSubmitEnd) + kKeysHelp + kSubmitOutcome);
     command
-        .add_option("--trace-id", options.traceId,
-                    "The query whose answer is judged, as \"veltra query\" tells it (required)")
+        .add_option(
+            "--trace-id", options.traceId,
+            "Trace id of the query whose answer is judged, as \"veltra query\" shows it (required)")
         ->option_text("ID")
         ->required();
     command
-        .add_option("--satisfaction", options.satisfaction,
-                    "How content the user is, as the gateway's operators number it (default: 0)")
+        .add_option(
+            "--satisfaction", options.satisfaction,
+            "How satisfied the user is, as numbered by the gateway's operators (default: 0)")
         ->option_text("N");
     command
         .add_option("--type", options.type,
-                    "What is wrong, as the gateway's operators number it (default: 0)")
+                    "What is wrong, as numbered by the gateway's operators (default: 0)")
         ->option_text("N");
     command.add_option("--comment", options.comment, "The user's words")->option_text("TEXT");
     command.add_option("--country", options.country, "The user's country (default: unKnown)")
@@ -164,7 +166,7 @@ void declareSubmit(CLI::App& command, SubmitOptions& options) {
 
 void declareCancel(CLI::App& command, CancelOptions& options) {
     command.footer(std::string(kCancelEnd) + kKeysHelp + kCancelOutcome);
-    command.add_option("ID", options.feedbackId, "The feedback, as its submission printed it")
+    command.add_option("ID", options.feedbackId, "The feedback id, as printed by its submission")
         ->required();
     addCommon(command, options.common);
 }
@@ -187,7 +189,7 @@ void addFeedback(CLI::App& app, Command& chosen) {
     });
 
     const auto withdrawal = std::make_shared<CancelOptions>();
-    auto* cancel = feedback->add_subcommand("cancel", "Log in, withdraw a feedback, print its id");
+    auto* cancel = feedback->add_subcommand("cancel", "Log in, withdraw feedback, print its id");
     declareCancel(*cancel, *withdrawal);
     cancel->callback([withdrawal, &chosen] {
         chosen = [withdrawal] {

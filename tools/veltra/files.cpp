@@ -16,8 +16,7 @@ CLI::Validator existingFile() {
         [](std::string& file) -> std::string {
             std::error_code error;
             const auto status = std::filesystem::status(pathOf(file), error);
-            if (std::filesystem::is_directory(status))
-                return "File is actually a directory: " + file;
+            if (std::filesystem::is_directory(status)) return "File is a directory: " + file;
             if (error || !std::filesystem::exists(status)) return "File does not exist: " + file;
             return {};
         },
@@ -29,7 +28,7 @@ std::string_view byteOrderMarkOf(std::string_view text) {
     return text.substr(0, text.substr(0, kMark.size()) == kMark ? kMark.size() : 0);
 }
 
-// In pieces: a pipe has no size to ask for, and may never end.
+// In pieces: a pipe has no size, and may never end.
 std::string readToEnd(std::istream& stream, const std::string& name) {
     constexpr std::size_t kPiece = std::size_t{1} << 20;
     std::string bytes;

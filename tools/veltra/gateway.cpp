@@ -17,7 +17,8 @@ constexpr const char* kName = "gateway";
 }  // namespace
 
 void addGateway(CLI::App& app) {
-    app.add_subcommand(kName, "Run veltra-gateway, a gateway on this machine, with what follows");
+    app.add_subcommand(
+        kName, "Run veltra-gateway, a gateway on this machine, with the arguments that follow");
 }
 
 bool isForGateway(int argc, char** argv) {

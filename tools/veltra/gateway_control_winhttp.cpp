@@ -106,12 +106,12 @@ std::string GatewayControl::exchange(Method method, const std::string& path) con
     const std::string url = url_ + "/control/" + path;
     try {
         const Target target = targetOf(url);
-        // WinHTTP knows no trust but the system's. To judge certificates by a file is the library's
-        // business; a second judge, for a demonstration, would be one too many.
+        // WinHTTP only trusts what the system trusts. The library checks certificates against a file
+        // itself; a second such check, for a demonstration, would be one too many.
         if (target.tls && !caFile_.empty())
             throw Failure(
-                "asked over https with the certificates that Windows trusts alone: have it trust "
-                "the gateway's, and leave --ca-file out");
+                "the control endpoints are reached over https with the certificates that Windows "
+                "trusts: import the gateway's authority there, and omit --ca-file");
         return answerOf(target, method == Method::Post ? L"POST" : L"GET");
     } catch (const Failure& failure) {
         throw Failure(url + ": " + failure.what());

@@ -9,9 +9,9 @@ namespace tool {
 Login::Login(const std::string& domain, const Credentials& credentials) {
     if (!Veltra::Veltra_Enable()) throw Failure("the library cannot be enabled");
     if (!domain.empty() && !Veltra::Veltra_SetDomain(domain))
-        throw Failure(domain + " does not answer as a gateway does", Veltra::Veltra_LastCall());
+        throw Failure(domain + " does not answer like a gateway", Veltra::Veltra_LastCall());
     if (!Veltra::Veltra_Authentication(Veltra::ProductType::Default, credentials.licence()))
-        throw Failure("the login failed: no key pair gave a token", Veltra::Veltra_LastCall());
+        throw Failure("the login failed: no key pair yielded a token", Veltra::Veltra_LastCall());
 }
 
 Login::~Login() {

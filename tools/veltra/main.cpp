@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "output.h"
+#include "parser_words.h"
 #include "process.h"
 
 #include <Veltra/Version.h>
@@ -18,36 +19,38 @@
 namespace {
 
 constexpr const char* kAbout =
-    "Queries language models through a gateway, and helps hosts of the Veltra library on their "
-    "way.\n"
+    "Queries language models through a gateway, and helps to develop hosts of the Veltra "
+    "library.\n"
     "Results go to standard output, everything else to standard error.";
 
 constexpr const char* kProgramEnd =
-    "A first try, on this machine alone:\n"
+    "To try it on this machine:\n"
     "  veltra gateway --port 8080 --key demo:demo &\n"
     "  export VELTRA_APP_KEY=demo VELTRA_SECRET_KEY=demo\n"
     "  veltra query greeting name=Ada place=Veltra --domain http://127.0.0.1:8080\n"
-    "\nKeys never stand on the command line, where other users see them: they come from a file\n"
-    "(--credentials) or from the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY.\n"
-    "\"veltra SUBCOMMAND --help\" says more, with examples, \"man veltra\" all of it.\n"
+    "\nKeys are never given on the command line, where other users can see them: they come from a\n"
+    "file (--credentials) or from the variables VELTRA_APP_KEY and VELTRA_SECRET_KEY.\n"
+    "See \"veltra SUBCOMMAND --help\" for details and examples, and \"man veltra\" for "
+    "everything.\n"
     "\nExit status:\n"
     "  0    success\n"
     "  1    refused or failed: gateway not reached, login refused, query refused or screened,\n"
-    "       feedback not taken, time without a date, a step of the demo, output lost\n"
+    "       feedback not accepted, time expression without a result, demo step deviated,\n"
+    "       output lost\n"
     "  2    wrong usage: options, missing or malformed keys, a file that can't be read\n"
     "  126  gateway: veltra-gateway can't be run\n"
-    "  127  gateway: veltra-gateway is not there\n"
-    "  130  query was interrupted; other subcommands end by the signal itself\n"
-    "gateway has the exit status of veltra-gateway, once that runs.";
+    "  127  gateway: veltra-gateway was not found\n"
+    "  130  query was interrupted; the signal itself ends other subcommands\n"
+    "Once veltra-gateway runs, its exit status is that of gateway.";
 
-/// The library may be another than the one that came with the program.
+/// The loaded library may have another version than the program.
 std::string versionText() {
     const std::string loaded = Veltra::Veltra_GetVersion();
     const bool isOurs = loaded == VELTRA_VERSION;
     return "veltra " VELTRA_VERSION + (isOurs ? "" : ", library " + loaded);
 }
 
-/// Whether the result is wanted as JSON, even if the command line can't be understood.
+/// Whether the result is wanted as JSON, even if the command line can't be parsed.
 bool wantsJson(int argc, char** argv) {
     for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i)
         if (std::string_view(argv[i]) == "--json") return true;
@@ -71,18 +74,7 @@ std::string fullName(const CLI::App& app) {
     return above == nullptr ? app.get_name() : fullName(*above) + ' ' + app.get_name();
 }
 
-/// The parser's words, but for a value that is no number: of that it says what it tried to do.
-std::string wordsOf(const CLI::ParseError& error) {
-    constexpr std::string_view raw = "Could not convert: ";
-    std::string words = error.what();
-    const auto equals = words.find(" = ");
-    if (words.rfind(raw, 0) != 0 || equals == words.npos) return words;
-    return words.substr(raw.size(), equals - raw.size()) + ": " + words.substr(equals + 3) +
-           " is not a number";
-}
-
-/// The parser speaks of what is missing before it speaks of what it doesn't know, which is often
-/// the cause.
+/// The parser reports missing arguments before unknown ones, which are often the cause.
 std::string reasonOf(const CLI::App& command, const CLI::ParseError& error) {
     const auto unknown = command.remaining();
     if (unknown.empty()) return wordsOf(error);
@@ -140,7 +132,7 @@ int runGuarded(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     tool::CommandLine line(argc, argv);
-    // The gateway shall find signals and descriptors just as this program found them.
+    // The gateway must find signals and descriptors just as this program found them.
     if (tool::isForGateway(line.count(), line.values())) {
         const int notRun = tool::runGateway(line.count(), line.values());
         tool::finishOutput();

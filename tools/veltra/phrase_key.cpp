@@ -21,18 +21,19 @@ namespace tool {
 namespace {
 
 constexpr const char* kPhraseKeyEnd =
-    "Prints the key of each PHRASE or, without any, of each line of standard input that isn't\n"
-    "blank. Write a phrase as it stands in a text: words parted by single spaces, UTF-8, in the\n"
-    "very case that is to be found. A warning names phrases that no text can match.\n"
-    "A host that escapes its values hands in the keys of --escaped, two for each phrase: of the\n"
-    "phrase as it looks when escaped, and of that before an escaped quote.\n"
+    "Prints the key of each PHRASE or, if none is given, of each non-blank line of standard\n"
+    "input. Write a phrase as it appears in a text: UTF-8 words separated by single spaces, in\n"
+    "exactly the case to be found. A warning names phrases that no text can match.\n"
+    "A host that escapes its values needs the keys of --escaped, two for each phrase: that of the\n"
+    "escaped phrase, and that of the escaped phrase before an escaped quote.\n"
     "\nExamples:\n"
     "  veltra phrase-key \"project bluebird\" merger\n"
     "  veltra phrase-key --escaped < phrases.txt > keys.txt\n"
-    "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped each has\n"
-    "  \"keyBeforeQuote\" as well.\n"
-    "\n--log-level is here for scripts that give it to every subcommand: computing keys makes no\n"
-    "records.\n"
+    "\nJSON: {\"ok\":true,\"keys\":[{\"phrase\":\"..\",\"key\":\"..\"}]}; with --escaped, each "
+    "also has\n"
+    "  \"keyBeforeQuote\".\n"
+    "\n--log-level is accepted for scripts that pass it to every subcommand; computing keys logs\n"
+    "nothing.\n"
     "\nExit status: 0 success, 1 the output was lost, 2 wrong usage.";
 
 struct PhraseKeyOptions {
@@ -40,7 +41,7 @@ struct PhraseKeyOptions {
     bool escaped = false;
 };
 
-/// A phrase as it stands in texts that were escaped.
+/// A phrase as it appears in escaped texts.
 struct EscapedPhrase {
     explicit EscapedPhrase(const std::string& phrase)
         : text(jsonEscaped(phrase, "a phrase")), beforeQuote(text + '\\') {}
@@ -48,14 +49,14 @@ struct EscapedPhrase {
     std::string beforeQuote;  ///< a quote ends a sentence and leaves its backslash on the last word
 };
 
-/// Whether some text holds just this phrase, whose words must be parted as the layer parts them.
+/// Whether some text can match exactly this phrase, whose words must be separated by single spaces.
 bool isEverFound(const std::string& phrase) {
     std::unordered_set<std::string> keys;
     Veltra::AddPhraseKeys(keys, phrase);
     return keys.count(Veltra::PhraseKey(phrase)) != 0;
 }
 
-/// Hands out the phrases of the command line or, for want of those, of standard input.
+/// Returns the phrases of the command line or, if there are none, of standard input.
 class Phrases {
  public:
     explicit Phrases(const std::vector<std::string>& arguments)
@@ -102,7 +103,7 @@ void printKeysAsJson(Phrases& phrases, bool escaped) {
     JsonWriter keys;
     keys.beginArray();
     while (const auto phrase = phrases.next()) {
-        // The phrase stands beside its key: repaired it would be another one.
+        // The phrase is printed beside its key: repaired, it would be a different one.
         requireUtf8(*phrase, "a phrase");
         writeKeys(keys, *phrase, escaped);
     }
@@ -146,7 +147,7 @@ std::vector<std::string> phrasesOf(const CLI::App& command) {
     return phrases;
 }
 
-/// Names the phrases, which aren't declared.
+/// Shows the phrases in the usage, since they aren't declared.
 class Help : public CLI::Formatter {
  public:
     std::string make_usage(const CLI::App* /*app*/, std::string name) const override {
@@ -157,8 +158,8 @@ class Help : public CLI::Formatter {
 }  // namespace
 
 void addPhraseKey(CLI::App& app, Command& chosen) {
-    auto* command = app.add_subcommand(
-        "phrase-key", "Compute the keys under which a host hands in sensitive phrases");
+    auto* command =
+        app.add_subcommand("phrase-key", "Compute the keys of sensitive phrases for a host's list");
     const auto options = std::make_shared<PhraseKeyOptions>();
     command->footer(kPhraseKeyEnd);
     command->formatter(std::make_shared<Help>());

@@ -69,7 +69,7 @@ PhraseList loadPhraseFile(const std::string& file, std::optional<std::uint32_t> 
     PhraseLines lines(stream);
     PhraseList list;
     NeverFound marked(file + ", line", kEndsASentence);
-    NeverFound tooLong(file + ", line", "more words than --phrase-limit has");
+    NeverFound tooLong(file + ", line", "more words than --phrase-limit allows");
     while (const auto phrase = lines.next()) {
         requireUtf8(*phrase, file + ", line " + std::to_string(lines.line()));
         if (!list.add(*phrase))
@@ -77,7 +77,7 @@ PhraseList loadPhraseFile(const std::string& file, std::optional<std::uint32_t> 
         else if (limit && wordsOf(*phrase) > *limit)
             tooLong.add(lines.line());
     }
-    // A list that lacks its end would let through what it was meant to stop.
+    // A truncated list would let through what it was meant to stop.
     if (stream.bad()) throw UsageError("cannot read " + file);
     marked.warn();
     tooLong.warn();

@@ -47,7 +47,7 @@ class NeverFound {
 
 /// Why a phrase with one of the marks is never found.
 inline constexpr const char* kEndsASentence =
-    "a phrase must hold none of -;|?.!,:()<>[]{}\", which end a sentence";
+    "a phrase must contain none of -;|?.!,:()<>[]{}\", which end a sentence";
 
 /// A list of sensitive phrases as the layer takes it.
 struct PhraseList {

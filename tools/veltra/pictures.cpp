@@ -13,9 +13,9 @@ constexpr std::string_view kJpegStart = "\xFF\xD8\xFF";
 
 std::string loadPicture(const std::string& file) {
     std::string bytes = readFile(file);
-    if (bytes.empty()) throw UsageError("an empty picture: " + file);
+    if (bytes.empty()) throw UsageError("empty picture: " + file);
     if (bytes.compare(0, kJpegStart.size(), kJpegStart) != 0)
-        complain("warning: " + file + " is not a JPEG file; the gateway is told that it is one");
+        complain("warning: " + file + " is not a JPEG file, but is sent as one");
     return bytes;
 }
 
@@ -28,7 +28,7 @@ std::unordered_set<std::string> loadPictures(const std::vector<std::string>& fil
     for (std::size_t i = 0; i < files.size(); ++i) {
         const std::string bytes = loadPicture(files[i]);
         if (!pictures.insert(Veltra::EncodeBase64(bytes.data(), bytes.size())).second)
-            throw UsageError("a picture given twice: " + files[i]);
+            throw UsageError("picture given twice: " + files[i]);
         note("picture " + std::to_string(i + 1) + " of " + std::to_string(files.size()) + ": " +
              files[i] + ", " + std::to_string(bytes.size()) + " bytes");
     }

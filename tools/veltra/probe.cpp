@@ -30,7 +30,7 @@ int probe(const CommonOptions& options) {
     const auto report = Veltra::Veltra_LastCall();
     Veltra::Veltra_Disable();
     if (!answers) {
-        reportFailure(options.json, Failure(domain + " does not answer as a gateway does", report));
+        reportFailure(options.json, Failure(domain + " does not answer like a gateway", report));
         return kFailure;
     }
     if (options.json)

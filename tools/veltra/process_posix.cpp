@@ -124,7 +124,7 @@ OutputElsewhere::OutputElsewhere(Target target)
     if (elsewhere != -1) close(elsewhere);
     if (pointed) return;
     if (output_ != -1) close(output_);
-    throw Failure("standard output cannot be pointed elsewhere");
+    throw Failure("standard output cannot be redirected");
 }
 
 OutputElsewhere::~OutputElsewhere() {
@@ -137,7 +137,7 @@ class Interruption::Watcher {
  public:
     explicit Watcher(std::function<void()> act) {
         std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) throw Failure("no pipe for the interruption");
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) throw Failure("cannot create a pipe for Ctrl-C");
         watchersEnd = ends[1];
         thread_ = std::thread([act = std::move(act), end = ends[0]] {
             char what = 0;
@@ -195,7 +195,7 @@ int becomeProgram(const std::string& name, const std::vector<char*>& arguments) 
     if (errno == ENOENT) execvp(name.c_str(), all.data());
     const int reason = errno;
     if (reason == ENOENT) {
-        complain("veltra: there is no " + name + " beside veltra nor in PATH");
+        complain("veltra: " + name + " is neither beside veltra nor in PATH");
         return kNotFound;
     }
     complain("veltra: cannot run " + name + ": " + std::generic_category().message(reason));

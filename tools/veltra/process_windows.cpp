@@ -172,7 +172,7 @@ OutputElsewhere::OutputElsewhere(Target target) : output_(_dup(kOutput)) {
     if (elsewhere != -1) _close(elsewhere);
     if (pointed) return;
     if (output_ != -1) _close(output_);
-    throw Failure("standard output cannot be pointed elsewhere");
+    throw Failure("standard output cannot be redirected");
 }
 
 OutputElsewhere::~OutputElsewhere() {
@@ -207,7 +207,7 @@ std::string environmentText(const char* name) {
 
 int becomeProgram(const std::string& name, const std::vector<char*>& /*arguments*/) {
     complain("veltra: there is no " + name +
-             " for Windows; run it on Linux, and name its URL to the other subcommands");
+             " for Windows; run it on Linux, and give its URL to the other subcommands");
     return kNotFound;
 }
 

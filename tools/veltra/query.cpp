@@ -30,14 +30,14 @@ namespace {
 
 constexpr const char* kQueryEnd =
     "The answer goes to standard output. Prompt key, names, values and the other texts are UTF-8;\n"
-    "quotes, backslashes and control characters in them are escaped as JSON needs it before the\n"
-    "library, which sends texts as they are, gets them. \"--\" ends the options.\n"
-    "NAME=@FILE takes the value from a file, NAME=@- from standard input, up to 32 MiB each,\n"
-    "without the end of line at the very end. NAME=@@TEXT is the value @TEXT.\n"
-    "With --repeat no answer is printed but a summary: latencies of the answered queries by\n"
-    "nearest rank, answered queries per second, failures by code. A thread's first query opens\n"
-    "its connection. Ctrl-C cancels the query; with --repeat it ends the run with the summary so\n"
-    "far. A second time it ends the program at once.\n"
+    "quotes, backslashes and control characters in them are escaped for JSON. \"--\" ends the\n"
+    "options.\n"
+    "NAME=@FILE takes the value from a file, NAME=@- from standard input, up to 32 MiB each;\n"
+    "a line break at the end is dropped. NAME=@@TEXT is the value @TEXT.\n"
+    "--repeat prints a summary instead of the answers: latency percentiles (nearest rank) of the\n"
+    "answered queries, answered queries per second, failures by code. Each thread's first query\n"
+    "opens its connection. Ctrl-C cancels the query; with --repeat it ends the run with the\n"
+    "summary so far. A second Ctrl-C ends the program at once.\n"
     "\nExamples:\n"
     "  veltra query greeting name=Ada place=Veltra --credentials keys.json\n"
     "  veltra query summary sentences=2 text=@report.txt --filter 3 \\\n"
@@ -51,9 +51,9 @@ constexpr const char* kOutcome =
     "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N. N is the query's code: 1 no valid "
     "token,\n"
     "  2 gateway not reached, 3 service not usable, 4 sensitive words, 6 refused by the gateway;\n"
-    "  0 when domain or login failed before the query. With --repeat the summary's members, as\n"
-    "  docs/command-line.md and veltra(1) list them.\n"
-    "\nExit status: 0 answered, with --repeat all of them, 1 refused or failed, 2 wrong usage,\n"
+    "  0 if domain or login failed before the query. With --repeat it has the summary's members,\n"
+    "  which docs/command-line.md and veltra(1) list.\n"
+    "\nExit status: 0 answered (with --repeat, every query), 1 refused or failed, 2 wrong usage,\n"
     "  130 interrupted.";
 
 struct QueryOptions {
@@ -70,7 +70,7 @@ struct QueryOptions {
     std::uint32_t threads = 1;
     CLI::Option* logLevel = nullptr;
 
-    /// A failure that many queries meet would fill the screen: it is counted instead.
+    /// A failure of many queries would flood the screen: it is counted instead.
     int recordLevel() const {
         return repeat && logLevel->count() == 0 ? kNoRecords : common.logLevel;
     }
@@ -100,12 +100,12 @@ bool isControl(char byte) {
     return static_cast<unsigned char>(byte) < 0x20;
 }
 
-/// Only a space parts words, and files have many lines.
+/// Only spaces separate words, and files have many lines.
 void warnOfControls(const Values& values) {
     for (const auto& [name, value] : values)
         if (std::any_of(value.begin(), value.end(), isControl))
             complain("warning: the value of " + name +
-                     " has line breaks or tabs; phrases beside them are not found");
+                     " has line breaks or tabs; phrases next to them are not found");
 }
 
 void setPhrases(const QueryOptions& options, const Values& values) {
@@ -166,7 +166,7 @@ int logInAndRun(const QueryOptions& options) {
         const Login login(options.common.domain, credentials);
         return runOften(options, values);
     }
-    // Ctrl-C cancels the call under way, the login's as well. A repetition takes it by itself.
+    // Ctrl-C cancels the call under way, the login's too. A repeated run handles it itself.
     Veltra::CCallControl control;
     control.SetTimeLimit(options.timeLimitMs);
     const Veltra::CCallScope scope(control);
@@ -213,30 +213,31 @@ void declare(CLI::App& command, QueryOptions& options) {
         ->option_text("ID");
     auto* phraseFile = command
                            .add_option("--phrase-file", options.phraseFile,
-                                       "Sensitive phrases, one a line: a value that holds one is "
-                                       "refused before the query is sent")
+                                       "File with sensitive phrases, one per line: a value that "
+                                       "contains one is refused before the query is sent")
                            ->option_text("FILE")
                            ->check(existingFile());
     command
-        .add_option("--phrase-limit", options.phraseLimit,
-                    "Most words of a phrase that is looked up (default: the longest phrase's)")
+        .add_option(
+            "--phrase-limit", options.phraseLimit,
+            "Most words of a phrase that is looked up (default: those of the longest phrase)")
         ->option_text("N")
         ->needs(phraseFile);
     command
         .add_option("--time-limit-ms", options.timeLimitMs,
-                    "Longest time of the login and of each query in milliseconds, attempts and "
-                    "waits included (default: none)")
+                    "Time limit of the login and of each query in milliseconds, attempts and waits "
+                    "included (default: none)")
         ->option_text("N")
         ->check(CLI::Range(std::uint32_t{1}, std::numeric_limits<std::uint32_t>::max()));
     auto* repeat = command
                        .add_option("--repeat", options.repeat,
-                                   "Run the query N times, over all threads together, and print "
+                                   "Run the query N times in total, over all threads, and print "
                                    "a summary (1 to 10000000)")
                        ->option_text("N")
                        ->check(CLI::Range(std::uint32_t{1}, kMostRepeats));
     command
         .add_option("--threads", options.threads,
-                    "Threads for --repeat, each with a session (1 to 256, default: 1)")
+                    "Threads for --repeat, each with its own session (1 to 256, default: 1)")
         ->option_text("K")
         ->check(CLI::Range(std::uint32_t{1}, kMostThreads))
         ->needs(repeat);

@@ -42,7 +42,7 @@ void Records::printHeld() {
     held_.clear();
 }
 
-// A record that memory doesn't suffice for is lost; nothing may be thrown into the library.
+// If memory runs out the record is lost: nothing may be thrown into the library.
 void Records::handle(int level, const char* tag, const char* message, void* context) noexcept {
     try {
         static_cast<Records*>(context)->take(level, tag, message);

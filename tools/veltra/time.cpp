@@ -22,15 +22,15 @@ namespace tool {
 namespace {
 
 constexpr const char* kTimeEnd =
-    "Needs no keys and no network. The expression is a row of terms, such as -1d, +0w1d, ~0m, "
-    "2024y3m15d or -1dT08:30; the\n"
-    "units are y m w d h M (or min) s. Without a clock time and without hours, minutes or seconds\n"
-    "the result is the end of the day, or its start with --start-of-day.\n"
+    "Needs no keys and no network. The expression is a sequence of terms, such as -1d, +0w1d,\n"
+    "~0m, 2024y3m15d or -1dT08:30; the units are y m w d h M (or min) s. If it names no clock\n"
+    "time, hours, minutes or seconds, the result is the end of the day, or its start with\n"
+    "--start-of-day.\n"
     "\nExamples:\n"
     "  veltra time -1dT08:30\n"
     "  veltra time +0w --first-day 1 --start-of-day --now \"2024-03-15 10:20:30\"\n"
     "\nJSON: {\"ok\":true,\"time\":\"..\"}, or {\"ok\":false,\"code\":0,\"message\":\"..\"}\n"
-    "\nExit status: 0 a time was printed, 1 the expression has none, 2 wrong usage.";
+    "\nExit status: 0 a time was printed, 1 the expression has no result, 2 wrong usage.";
 
 constexpr const char* kForm = "%Y-%m-%d %H:%M:%S";
 
@@ -61,8 +61,8 @@ std::optional<std::int64_t> instantOf(const std::string& text) {
     normal.tm_isdst = -1;
     normal.tm_wday = -1;
     const std::time_t instant = std::mktime(&normal);
-    // mktime folds 31 February into March; what was written is what is meant, or nothing.
-    // A weekday that it leaves alone means failure: -1 may be an instant, too.
+    // mktime turns 31 February into a day in March; such a date is refused instead.
+    // If it leaves the weekday alone it has failed: its result -1 may be an instant, too.
     const bool exists =
         normal.tm_wday != -1 && normal.tm_mday == local.tm_mday && normal.tm_mon == local.tm_mon;
     if (!exists) return std::nullopt;
@@ -80,14 +80,14 @@ std::int64_t nowOf(const TimeOptions& options) {
 
 int convert(const TimeOptions& options) {
     const std::int64_t now = nowOf(options);
-    // The library's own record says what is wrong, except where it has nothing to say.
+    // The library's own log record says what is wrong, if there is one.
     const Records records(options.common.logLevel, {});
     Veltra::SetFirstDayOfWeek(static_cast<Veltra::FirstDayOfWeek>(options.firstDay));
     std::string result;
     if (!Veltra::ConvertTime(options.expression, result, now, options.startOfDay)) {
         reportFailure(options.common.json, Failure("the expression can't be converted: a term, a "
-                                                   "clock time or the reference is out of form "
-                                                   "or range"));
+                                                   "clock time or the reference is malformed or "
+                                                   "out of range"));
         return kFailure;
     }
     if (result.empty()) {
@@ -106,17 +106,21 @@ int convert(const TimeOptions& options) {
 }  // namespace
 
 void addTime(CLI::App& app, Command& chosen) {
-    auto* command = app.add_subcommand("time", "Turn a relative time expression into a local time");
+    auto* command =
+        app.add_subcommand("time", "Convert a relative time expression to a local time");
     const auto options = std::make_shared<TimeOptions>();
     command->footer(kTimeEnd);
-    command->add_option("EXPRESSION", options->expression, "What to convert")->required();
+    command->add_option("EXPRESSION", options->expression, "The expression to convert")->required();
     command
         ->add_option("--now", options->now,
-                     "The reference: seconds since 1970, or a local \"YYYY-MM-DD HH:MM:SS\" "
-                     "(default: the present)")
+                     "The reference time: seconds since 1970, or a local \"YYYY-MM-DD HH:MM:SS\" "
+                     "(default: now)")
         ->option_text("TIME");
-    command->add_flag("--start-of-day", options->startOfDay, "Give days their first second");
-    command->add_option("--first-day", options->firstDay, "First day of the week: 0 Sunday to 6")
+    command->add_flag("--start-of-day", options->startOfDay,
+                      "Return the first second of a day, not the last");
+    command
+        ->add_option("--first-day", options->firstDay,
+                     "First day of the week: 0 Sunday to 6 (default: 0)")
         ->option_text("N")
         ->check(CLI::Range(0, 6));
     addLogLevel(*command, options->common);

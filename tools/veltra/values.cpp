@@ -14,9 +14,9 @@ namespace {
 
 std::string textOfStandardInput(const std::string& name) {
     if (inputComesFromTerminal())
-        note("type the value of " + name + ", and end it with Ctrl-D, on Windows with Ctrl-Z");
+        note("type the value of " + name + ", and end it with Ctrl-D (Ctrl-Z on Windows)");
     std::string text = readToEnd(standardInput(), "standard input");
-    // The stream takes an error for the end.
+    // The stream treats an error like the end.
     if (std::ferror(stdin) != 0) throw UsageError("cannot read standard input");
     return text;
 }
@@ -29,8 +29,8 @@ std::string textOfFile(const std::string& name, const std::string& file) {
     return readToEnd(stream, file);
 }
 
-/// The text without what editors add to it: a mark of the encoding and the last end of line, which
-/// would keep a phrase before it from being found.
+/// The text without what editors add to it: a byte order mark, and the last line break, which would
+/// keep a phrase before it from being found.
 std::string withoutFrame(std::string text) {
     text.erase(0, byteOrderMarkOf(text).size());
     if (!text.empty() && text.back() == '\n') text.pop_back();
@@ -38,7 +38,7 @@ std::string withoutFrame(std::string text) {
     return text;
 }
 
-/// Reads values, and standard input for one of them at most.
+/// Reads values, at most one of them from standard input.
 class ValueReader {
  public:
     std::string read(const std::string& name, const std::string& given) {
@@ -50,7 +50,7 @@ class ValueReader {
         std::string text =
             withoutFrame(source == "-" ? textOfStandardInput(name) : textOfFile(name, source));
         if (text.find('\0') != text.npos)
-            throw UsageError("the value of " + name + " holds a zero byte: is it UTF-8?");
+            throw UsageError("the value of " + name + " contains a zero byte: is it UTF-8?");
         return text;
     }
 
