@@ -1,4 +1,4 @@
-# What "cmake --install" lays down, in three components that CPack makes a package each of.
+# What "cmake --install" installs, in three components; CPack makes a package of each.
 
 include(CMakePackageConfigHelpers)
 
@@ -30,15 +30,16 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)  # once the owner has chosen one
     COMPONENT development)
 endif()
 
-# The pages that the programs' help and the headers name. Host pages link to those on internals, so both go in.
+# The pages that the programs' help and the headers refer to. Pages for hosts link to internal ones, so both
+# are installed.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libveltra-dev
   COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN man EXCLUDE)
 
 if(NOT WIN32)  # where hosts have neither manual pages nor pkg-config
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/veltra.3
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
-  # The file finds the library beside itself and the prefix from there, wherever the tree was moved to.
-  # Only a library folder outside the prefix ties it to the prefix of the configuration.
+  # The file finds the prefix from its own place, wherever the tree was moved to. Only a library folder
+  # outside the prefix ties it to the configured prefix.
   if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
     set(veltra_pc_prefix "${CMAKE_INSTALL_PREFIX}")
   else()
@@ -61,7 +62,7 @@ endif()
 if(VELTRA_BUILD_TOOLS AND WIN32)
   install(TARGETS veltra_program RUNTIME COMPONENT tools)
 elseif(VELTRA_BUILD_TOOLS)
-  # A tree installed outside the system's folders works in place, and after a move.
+  # A tree installed outside the system's folders works in place, even after it was moved.
   file(RELATIVE_PATH veltra_bin_to_lib
     "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
   set_target_properties(veltra_program PROPERTIES INSTALL_RPATH "$ORIGIN/${veltra_bin_to_lib}")
@@ -71,6 +72,10 @@ elseif(VELTRA_BUILD_TOOLS)
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/completions/${program}.bash RENAME ${program}
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/completions/${program}.zsh RENAME _${program}
+      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions COMPONENT tools)
+    install(FILES ${PROJECT_SOURCE_DIR}/completions/${program}.fish
+      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT tools)
   endforeach()
 endif()
 

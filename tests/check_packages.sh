@@ -28,14 +28,19 @@ development=$folder/packages/libveltra-dev_${version}_$arch.deb
 tools=$folder/packages/veltra-tools_${version}_$arch.deb
 python=$folder/packages/python3-veltra_${version}_all.deb
 
-# expect_files PACKAGE PATH...: these below /usr and no others, folders aside.
+# expect_files PACKAGE PATH...: these below /usr and no others, folders aside. With a licence each package
+# has it as its copyright.
 expect_files() {
-  diff <(printf './usr/%s\n' "${@:2}" | sort) \
+  local name=${1##*/} expected=("${@:2}")
+  if [ -e "$source/LICENSE" ]; then expected+=("share/doc/${name%%_*}/copyright"); fi
+  diff <(printf './usr/%s\n' "${expected[@]}" | sort) \
     <(dpkg-deb --fsys-tarfile "$1" | tar -t | grep -v '/$' | sort) ||
     fail "the files of $1 (<: expected)"
 }
 expect_files "$runtime" "$libdir/libveltra.so."{"$major","$version"} \
   "share/doc/libveltra$major/CHANGELOG.md"
+licence=()
+if [ -e "$source/LICENSE" ]; then licence=(share/doc/Veltra/LICENSE); fi
 mapfile -t pages < <(cd "$source" && find docs -name '*.md' -printf 'share/doc/libveltra-dev/%p\n' \
   -o -name '*.svg' -printf 'share/doc/libveltra-dev/%p\n')
 expect_files "$development" "$libdir/libveltra.so" "$libdir/pkgconfig/veltra.pc" \
@@ -43,9 +48,10 @@ expect_files "$development" "$libdir/libveltra.so" "$libdir/pkgconfig/veltra.pc"
   include/Veltra/{AiHelper,Base64,Call,Comment,Export,HumanMessage,JsonText,LLMSession,LicenseInfo}.h \
   include/Veltra/{PhraseKey,Service,TimeConversion,Types,Veltra,Version,veltra_c}.h \
   include/Oak/Base/Export.h include/Oak/Net/HttpClientOptions.h include/qlog/qlog.h \
-  share/man/man3/veltra.3 share/doc/libveltra-dev/CHANGELOG.md "${pages[@]}"
+  share/man/man3/veltra.3 share/doc/libveltra-dev/CHANGELOG.md "${licence[@]}" "${pages[@]}"
 for program in veltra veltra-gateway; do
-  programs+=("bin/$program" "share/man/man1/$program.1" "share/bash-completion/completions/$program")
+  programs+=("bin/$program" "share/man/man1/$program.1" "share/bash-completion/completions/$program"
+    "share/zsh/vendor-completions/_$program" "share/fish/vendor_completions.d/$program.fish")
 done
 expect_files "$tools" "${programs[@]}" share/doc/veltra-tools/CHANGELOG.md
 modules=({__init__,_calls,_exit,_native,_records,_version,errors,session}.py py.typed)
