@@ -1,5 +1,5 @@
 /*
- * A host in C99: asks a question, has its user judge the answer, and takes that back.
+ * A host in C99: runs a query, submits feedback on the answer, and withdraws it.
  *
  *     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... c_host GATEWAY-URL NAME
  */
@@ -9,7 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* The control carries each call's time limit, and tells what became of it. */
+/* The control carries each call's time limit, and reports how the call ended. */
 static int succeeded(const char* what, veltra_outcome outcome, const veltra_call* call) {
     if (outcome == VELTRA_SUCCEEDED) return 1;
     fprintf(stderr, "%s: %s: %s %s%s\n", what, veltra_outcome_name(outcome),
@@ -22,7 +22,7 @@ static int ask(const char* name, veltra_call* call) {
     char* answer = NULL;
     veltra_outcome outcome = VELTRA_FAILED;
     veltra_query* const query = veltra_query_new("greeting");
-    /* Plain texts, quotes and all: what a request must have escaped is escaped by the library. */
+    /* Plain texts, quotes included: the library escapes what a request needs escaped. */
     if (veltra_query_set_value(query, "name", name) == VELTRA_SUCCEEDED &&
         veltra_query_set_value(query, "place", "the \"library\"") == VELTRA_SUCCEEDED) {
         outcome = veltra_query_run(query, &answer, NULL, call);

@@ -1,5 +1,5 @@
 // A thread pool with a Cancel button: each job has a control, which the button's handler, on the
-// thread that draws the window, may cancel at any time.
+// user-interface thread, may cancel at any time.
 //
 //     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... cancel_button GATEWAY-URL
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::uint32_t kLongestMs = 20000;  // what users of this program are ready to wait
 
-// A fixed number of threads that take jobs in turn. The end waits for those that have begun.
+// A fixed number of threads that take jobs in turn. The destructor waits for jobs that have begun.
 class Pool {
  public:
     explicit Pool(int threads) {
@@ -118,8 +118,8 @@ int main(int argc, char** argv) {
     Veltra::CCallControl stopped;   // and of one that the user gives up
     answered.SetTimeLimit(kLongestMs);
     stopped.SetTimeLimit(kLongestMs);
-    // The handler of the Cancel button. It returns at once; the call, wherever it waits, within a
-    // tenth of a second.
+    // The handler of the Cancel button. It returns at once; the call returns within a tenth of a
+    // second, wherever it waits.
     const auto onCancelButton = [&stopped] { stopped.Cancel(); };
     {
         Pool pool(2);

@@ -1,4 +1,4 @@
-// A host in C#: asks one question, and gives up when the user presses Ctrl-C or after 20 seconds.
+// A host in C#: runs one query, and gives up after 20 seconds or when the user presses Ctrl-C.
 //
 //     mcs -out:dotnet.exe examples/dotnet/dotnet.cs bindings/dotnet/Veltra.cs
 //     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... mono dotnet.exe GATEWAY-URL
@@ -22,7 +22,7 @@ static class Program
             Console.Error.WriteLine("usage: VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... dotnet.exe GATEWAY-URL");
             return 2;
         }
-        // A real host hands records to its own logger. They come from any thread.
+        // A real host passes log records to its own logger. They come from any thread.
         Library.SetLogHandler((level, tag, message) => Console.Error.WriteLine("[" + level + "] " + tag + ": " + message));
 
         var stop = new CancellationTokenSource();

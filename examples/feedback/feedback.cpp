@@ -1,4 +1,4 @@
-// A user's feedback on an answer: pictures from files, and second thoughts.
+// A user's feedback on an answer, with pictures from files, and its withdrawal.
 //
 //     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... feedback GATEWAY-URL COMMENT [JPEG-FILE...]
 
@@ -14,8 +14,8 @@
 
 namespace {
 
-// The library doesn't look at the bytes, and more than four pictures are not sent: a host tells its
-// user before, while there is still something to be done about it.
+// The library doesn't check the bytes, and sends at most four pictures: a host tells its user
+// beforehand, while the user can still do something about it.
 bool AddPicture(const char* file, std::unordered_set<std::string>& pictures) {
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
     const auto comment = std::make_shared<Veltra::LLMComment>(traceId);
     comment->SetSatisfactionLevel(static_cast<Veltra::SatisfactionLevel>(2));  // the gateway's own
     comment->SetLLMErrType(static_cast<Veltra::LLMErrType>(1));                // numbers
-    // Texts go into a JSON string as they are: unescaped, a quote in what users type would break the
+    // Texts go into a JSON string unchanged: an unescaped quote in what users type would break the
     // request or add members to it.
     comment->SetComments(Veltra::EscapeJson(argv[2]));
     comment->SetPictures(pictures);
@@ -69,8 +69,8 @@ int main(int argc, char** argv) {
     if (!Veltra::Veltra_SubmitComments(comment, id)) return 1;
     std::cerr << "submitted with " << pictures.size() << " pictures\n";
 
-    // The library remembers no ids: a host that lets users take feedback back keeps them. The id is
-    // the gateway's text, so it is escaped like any other.
+    // The library keeps no ids: a host that lets users withdraw feedback stores them. The id is a
+    // text of the gateway, so it is escaped like any other.
     const bool withdrawn = Veltra::Veltra_CancleComments(Veltra::EscapeJson(id));
     std::cerr << (withdrawn ? "withdrawn\n" : "not withdrawn\n");
     Veltra::Veltra_Disable();

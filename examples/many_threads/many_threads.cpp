@@ -20,8 +20,8 @@ namespace {
 constexpr int kThreads = 8;
 constexpr int kQueriesOfEach = 10;
 
-// Code 2 is an unreachable gateway and code 3 a service that is not usable now: both pass. All
-// other codes would come again.
+// Code 2 means an unreachable gateway and code 3 a service that is not usable now: both may pass.
+// All other codes would only repeat.
 bool AskPatiently(Veltra::CLLMSession& session,
                   const std::shared_ptr<Veltra::CHumanMessage>& message,
                   std::shared_ptr<Veltra::CLLMMessage>& answer) {
@@ -37,7 +37,7 @@ bool AskPatiently(Veltra::CLLMSession& session,
 }
 
 // A session and a message belong to one thread at a time, so each thread makes its own; both cost
-// next to nothing. When the gateway rejects the token, the threads that meet it share one renewal.
+// next to nothing. When the gateway rejects the token, the affected threads share one renewal.
 void Work(Veltra::CAiHelper helper, int thread, std::atomic<int>& answered) {
     const auto session = helper.GetLLMSessionItem(Veltra::LLMType::Default);
     const auto message = std::make_shared<Veltra::CHumanMessage>();
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
     for (std::thread& thread : threads)
         thread.join();
 
-    // Joined first: a thread that goes on would see its queries refused with code 3.
+    // Join the threads first: one that goes on would see its queries refused with code 3.
     Veltra::Veltra_Disable();
     std::cout << answered << " of " << kThreads * kQueriesOfEach << " queries answered\n";
     return answered == kThreads * kQueriesOfEach ? 0 : 1;

@@ -1,4 +1,4 @@
-// The library's records in the host's own logger, here one of spdlog.
+// The library's log records in the host's own logger, here one of spdlog.
 //
 //     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... own_logger GATEWAY-URL
 
@@ -29,8 +29,8 @@ spdlog::level::level_enum LevelOf(int level) {
     }
 }
 
-// A record may quote what a gateway sent. Without this, a line break in it could forge a line of
-// the log, and an escape sequence steer the terminal of whoever reads it.
+// A log record may quote what a gateway sent. Without this, a line break in it could forge a line
+// of the log, and an escape sequence could control the terminal of whoever reads it.
 std::string OneLine(const char* message) {
     std::string line;
     for (; *message != '\0'; ++message) {
@@ -40,14 +40,14 @@ std::string OneLine(const char* message) {
     return line;
 }
 
-// The answer to a login that failed is quoted whole, and may hold a token.
+// The answer to a failed login is quoted in full, and may contain a token.
 bool MayHoldToken(const char* message) {
     return std::strstr(message, "Request get token failed") != nullptr &&
            std::strstr(message, "rsp is:") != nullptr;
 }
 
-// Called from any thread, from several at once, so the logger's sink is one of the "_mt" kind. It
-// must not throw: the library would swallow the exception, and the record would be lost.
+// Called from any thread, and from several at once, so the logger's sink is one of the "_mt" kind.
+// It must not throw: the library would swallow the exception, and the log record would be lost.
 extern "C" void ToSpdlog(int level, const char* tag, const char* message, void* context) {
     auto& logger = *static_cast<spdlog::logger*>(context);
     try {
@@ -59,12 +59,12 @@ extern "C" void ToSpdlog(int level, const char* tag, const char* message, void* 
     }
 }
 
-// Puts the handler in for a scope. When the destructor returns, no handler is running and none will
-// run: only then may the logger go.
+// Sets the handler for a scope. When the destructor returns, no handler is running and none will
+// run: only then may the logger be destroyed.
 class RecordsTo {
  public:
     explicit RecordsTo(spdlog::logger& logger) {
-        // 4 hands on warnings and errors. What lies below is not even formatted; 3 and 2 show what
+        // 4 passes on warnings and errors; lower levels are not even formatted. 3 and 2 show what
         // users write and models answer, so they are for a developer's machine.
         qlog_set_handler(&ToSpdlog, &logger, 4);
     }
@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
     int status = 1;
     if (Veltra::Veltra_SetDomain(argv[1]) &&
         Veltra::Veltra_Authentication(Veltra::ProductType::Default, license)) {
-        // No session id is set, so the library makes one and says so: a record of level 4.
+        // No session id is set, so the library generates one and logs it at level 4.
         const auto message = std::make_shared<Veltra::CHumanMessage>();
         message->SetElements("greeting", {{"name", "Ada"}, {"place", "the library"}});
         Veltra::CAiHelper helper(Veltra::ProductType::Default, "");

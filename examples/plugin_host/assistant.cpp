@@ -13,7 +13,7 @@ namespace {
 
 assistant_log hostLog = nullptr;
 
-// Code of the plugin, which the library calls: it is taken out before the plugin goes.
+// Code of the plugin that the library calls: it is removed before the plugin is unloaded.
 extern "C" void ToHost(int /*level*/, const char* /*tag*/, const char* message, void* /*context*/) {
     hostLog(message);
 }
@@ -36,7 +36,7 @@ int assistant_start(const char* gateway, const char* appKey, const char* secretK
 int assistant_ask(const char* name, char* answer, size_t size) {
     const auto message = std::make_shared<Veltra::CHumanMessage>();
     message->SetElements("greeting", {{"name", Veltra::EscapeJson(name)}, {"place", "the plugin"}});
-    // Sessions and answers are code and data of the library. Here they end with the call.
+    // Sessions and answers are code and data of the library. Here they are destroyed with the call.
     Veltra::CAiHelper helper(Veltra::ProductType::Default, "");
     const auto session = helper.GetLLMSessionItem(Veltra::LLMType::Default);
     std::shared_ptr<Veltra::CLLMMessage> result;

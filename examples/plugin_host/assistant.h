@@ -1,6 +1,6 @@
-// What host and plugin agree on. Plain C: objects that one of them frees and the other made, and
-// exceptions, stay on their side, and nothing of the library is left in the host's hands when the
-// plugin goes.
+// The interface between host and plugin, in plain C: no exception and no object that the other side
+// would have to free crosses it, and the host holds nothing of the library when the plugin is
+// unloaded.
 #ifndef ASSISTANT_H
 #define ASSISTANT_H
 

@@ -15,8 +15,8 @@
 
 namespace {
 
-// PLUGIN_FILE comes from the build. A real host looks in a folder of its own, never in one that
-// others can write to.
+// The build sets PLUGIN_FILE. A real host looks in a folder of its own, never in one that others
+// can write to.
 class Module {
  public:
 #if defined(_WIN32)
@@ -28,7 +28,7 @@ class Module {
         return reinterpret_cast<void*>(GetProcAddress(handle_, name));
     }
     static bool LibraryStaysLoaded() {
-        // The library's thread has ended its work, but may need a moment more to leave.
+        // The library's thread has ended its work, but may need another moment to leave.
         for (int i = 0; i < 1000 && GetModuleHandleA("veltra.dll") != nullptr; ++i)
             Sleep(5);
         return GetModuleHandleA("veltra.dll") != nullptr;
@@ -77,11 +77,11 @@ bool AskOnce(const char* gateway, const char* appKey, const char* secretKey) {
     char answer[256] = "";
     const bool answered =
         start(gateway, appKey, secretKey, &Log) == 1 && ask("Ada", answer, sizeof answer) == 0;
-    // Threads of the host that call the plugin are joined here: no call may be under way below.
+    // Join the host's threads that call the plugin here: no call may be under way below.
     stop();
     if (answered) std::cout << answer << '\n';
     // The plugin is unloaded as it goes out of scope, and with it the library: all memory,
-    // descriptors and threads are given back.
+    // descriptors and threads are released.
     return answered;
 }
 
@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
         std::cerr << "usage: VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... plugin_host GATEWAY-URL\n";
         return 2;
     }
-    // Twice, to show that it comes back as new: the second round logs in again.
+    // Twice, to show that it starts afresh: the second round logs in again.
     for (int round = 0; round < 2; ++round) {
         if (!AskOnce(argv[1], appKey, secretKey)) return 1;
         if (Module::LibraryStaysLoaded()) return 1;

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Asks in both ways, with a limit on time, and judges the answer:
+"""Runs queries in both ways, with a time limit, and submits feedback on an answer:
 
     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... ask.py GATEWAY-URL [CA-FILE]
 """
@@ -16,7 +16,7 @@ NAMES = ["Grace", "Katherine", "Dorothy"]
 
 
 async def greet_all(session: veltra.Session) -> List[str]:
-    """Asks for all at once; who isn't greeted within two seconds goes without."""
+    """Queries for all at once; whoever isn't greeted within two seconds is left out."""
     questions = [session.aquery("greeting", {"name": name, "place": "the team"}, timeout=2) for name in NAMES]
     answers = await asyncio.gather(*questions, return_exceptions=True)
     return [answer.text if isinstance(answer, veltra.Answer) else str(answer) for answer in answers]

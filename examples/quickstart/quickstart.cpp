@@ -1,4 +1,4 @@
-// The smallest whole host: logs in, asks one question, prints the answer.
+// The smallest complete host: logs in, runs one query, prints the answer.
 //
 //     VELTRA_APP_KEY=... VELTRA_SECRET_KEY=... quickstart GATEWAY-URL [NAME]
 
@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
     }
 
     auto message = std::make_shared<Veltra::CHumanMessage>();
-    // Texts go into the request as they are, so what users type is escaped.
+    // Texts go into the request unchanged, so what users type must be escaped.
     const std::string name = Veltra::EscapeJson(argc == 3 ? argv[2] : "Ada");
     message->SetElements("greeting", {{"name", name}, {"place", "the library"}});
     message->SetSessionID("quickstart-1");  // the trace id; a real host makes one for each query
