@@ -200,8 +200,8 @@ class VELTRA_API CCallReport {
 /// Returns the report of the last call that ended on the calling thread. A call that a log handler
 /// makes inside another call is reported until the outer one ends.
 ///
-/// It is never that of another thread. Reports are kept for the 4096 threads that called most
-/// recently. Doesn't block.
+/// It is never that of another thread. Reports are kept for about 4096 threads: those that called
+/// most recently. Doesn't block.
 ///
 /// @return the report; an empty one if the thread has made no call, in a forked child, and while
 /// the process ends

@@ -142,7 +142,7 @@ void declareSubmit(CLI::App& command, SubmitOptions& options) {
     command
         .add_option(
             "--trace-id", options.traceId,
-            "Trace id of the query whose answer is judged, as \"veltra query\" shows it (required)")
+            "Trace id of the query whose answer is rated, as \"veltra query\" shows it (required)")
         ->option_text("ID")
         ->required();
     command
