@@ -120,7 +120,7 @@ struct alignas(64) ExchangeWaits {
 namespace {
 
 /// Those of all threads.
-constinit std::array<ExchangeWaits, 16> allWaits;
+std::array<ExchangeWaits, 16> allWaits;
 
 ExchangeWaits& WaitsOfThisThread() noexcept {
     return allWaits[std::hash<std::thread::id>()(std::this_thread::get_id()) % allWaits.size()];

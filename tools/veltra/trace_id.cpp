@@ -7,10 +7,10 @@
 namespace tool {
 
 std::string newTraceId() {
-    constexpr std::string_view kForm = "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx";
+    constexpr std::string_view kLayout = "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx";
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::random_device random;
-    std::string id(kForm);
+    std::string id(kLayout);
     for (auto& digit : id) {
         if (digit == 'x') digit = kDigits[random() % 16];
         if (digit == 'y') digit = kDigits[8 + random() % 4];
