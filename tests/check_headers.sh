@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Public headers compile alone, as C++11 and C++20, and together, in any order, as all between as well,
-# with every warning on and with macros that hosts are known to define:
+# Public headers compile alone, as C++11 with the first compiler and as C++20 with the last, and together,
+# in any order, as everything from C++11 to C++20 with each; with every warning on and with macros that
+# hosts are known to define:
 #     check_headers.sh SOURCE-ROOT COMPILER...
 set -euo pipefail
 
@@ -30,9 +31,9 @@ echo "$hostile$backward" >"$folder/backward.cpp"
 export flags_text="${flags[*]}"
 for compiler in "${@:2}"; do
   for standard in c++11 c++14 c++17 c++20; do
-    case $standard in
-      c++11 | c++20) sources=("$folder"/*.cpp) ;;
-      *) sources=("$folder"/{forward,backward}.cpp) ;;
+    sources=("$folder"/{forward,backward}.cpp)
+    case $compiler,$standard in
+      "$2,c++11" | "${*: -1},c++20") sources=("$folder"/*.cpp) ;;
     esac
     for source in "${sources[@]}"; do printf '%s\0' "$compiler" "-std=$standard" "$source"; done
   done

@@ -225,14 +225,14 @@ class SessionTest(unittest.TestCase):
     def test_feedback(self):
         pictures = [b"\xff\xd8\xff\xe0\0one", b"\xff\xd8\xff\xe0\0another"]
         name = self.session.feedback("mine", satisfaction=2, error_type=-1, comments='I said "no"\n',
-                                     country="FR", pictures=pictures)
+                                     country="N\\L", pictures=pictures)
         kept = {picture["sha256"] for picture in gateway.control("GET", "pictures")["pictures"]}
         self.assertEqual(kept, {hashlib.sha256(picture).hexdigest() for picture in pictures})
         body = json.loads(gateway.bodies("/satisfaction/feedback")[-1])
         keys = body.pop("feedbackImageKeys")
         self.assertEqual((len(keys), body), (2, {
             "traceId": "mine", "satisfactionType": 2, "feedbackType": -1, "feedbackDescription": 'I said "no"\n',
-            "country": "FR", "clientVersion": "7.1"}))
+            "country": "N\\L", "clientVersion": "7.1"}))
         self.session.withdraw(name)
         with self.assertRaises(veltra.Refused):
             self.session.withdraw(name)
