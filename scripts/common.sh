@@ -35,10 +35,10 @@ windows_packages=(
   ca-certificates
 )
 
-# For builds that are made once and whole: sources in batches of a dozen, since nearly all of the time
+# For builds that are made once and whole: all sources of a target at once, since nearly all of the time
 # goes into the headers of the libraries that they include.
 # shellcheck disable=SC2034
-in_batches=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12)
+in_batches=(-DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0)
 
 say() { printf '%s\n' "$*" >&2; }
 

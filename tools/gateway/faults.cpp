@@ -10,7 +10,7 @@
 namespace gateway {
 namespace {
 
-constexpr std::array<std::pair<FaultKind, std::string_view>, 14> kKinds = {{
+constexpr std::array<std::pair<FaultKind, std::string_view>, 14> kFaultKinds = {{
     {FaultKind::Status, "status"},
     {FaultKind::Delay, "delay"},
     {FaultKind::Close, "close"},
@@ -63,15 +63,15 @@ bool meets(const Fault& fault, const Request& request) {
 }  // namespace
 
 std::string_view kindName(FaultKind kind) {
-    const auto* found = std::find_if(kKinds.begin(), kKinds.end(),
+    const auto* found = std::find_if(kFaultKinds.begin(), kFaultKinds.end(),
                                      [&](const auto& entry) { return entry.first == kind; });
-    return found == kKinds.end() ? std::string_view() : found->second;
+    return found == kFaultKinds.end() ? std::string_view() : found->second;
 }
 
 std::optional<FaultKind> kindFrom(std::string_view name) {
-    const auto* found = std::find_if(kKinds.begin(), kKinds.end(),
+    const auto* found = std::find_if(kFaultKinds.begin(), kFaultKinds.end(),
                                      [&](const auto& entry) { return entry.second == name; });
-    if (found == kKinds.end()) return std::nullopt;
+    if (found == kFaultKinds.end()) return std::nullopt;
     return found->first;
 }
 

@@ -28,7 +28,7 @@ constexpr const char* kDemoEnd =
     "  veltra gateway --port 8080 &\n"
     "  veltra demo --gateway http://127.0.0.1:8080\n";
 
-constexpr const char* kOutcome =
+constexpr const char* kDemoOutcome =
     "\nJSON: {\"ok\":true,\"steps\":[{\"number\":N,\"title\":\"..\",\"result\":\"..\"}]}; after a\n"
     "  deviation \"ok\" is false, followed by \"code\":0 and \"message\", and the last step has\n"
     "  \"deviation\" in place of \"result\".\n"
@@ -129,7 +129,7 @@ void addDemo(CLI::App& app, Command& chosen) {
     auto* command = app.add_subcommand(
         "demo", "Show login, screening, queries, token renewal and feedback on a local gateway");
     const auto options = std::make_shared<DemoOptions>();
-    command->footer(std::string(kDemoEnd) + kKeysHelp + kOutcome);
+    command->footer(std::string(kDemoEnd) + kKeysHelp + kDemoOutcome);
     command
         ->add_option("--gateway", options->common.domain, "The gateway: scheme and host (required)")
         ->option_text("URL")

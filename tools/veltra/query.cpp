@@ -45,7 +45,7 @@ constexpr const char* kQueryEnd =
     "  git log -5 | veltra query summary sentences=3 text=@- --credentials keys.json\n"
     "  veltra query greeting name=Ada --repeat 1000 --threads 8 --credentials keys.json\n";
 
-constexpr const char* kOutcome =
+constexpr const char* kQueryOutcome =
     "\nJSON: {\"ok\":true,\"traceId\":\"..\",\"answer\":\"..\",REPORT}, or\n"
     "  {\"ok\":false,\"code\":N,\"message\":\"..\",REPORT}; REPORT is \"outcome\":\"..\",\n"
     "  \"detail\":\"..\",\"attempts\":N,\"httpStatus\":N. N is the query's code: 1 no valid "
@@ -192,7 +192,7 @@ int query(QueryOptions& options) {
 }
 
 void declare(CLI::App& command, QueryOptions& options) {
-    command.footer(std::string(kQueryEnd) + kKeysHelp + kOutcome);
+    command.footer(std::string(kQueryEnd) + kKeysHelp + kQueryOutcome);
     command.add_option("PROMPT_KEY", options.promptKey, "Key of the gateway's prompt template")
         ->required();
     command.add_option("NAME=VALUE", options.assignments, "Values for the template's placeholders");
