@@ -66,8 +66,10 @@ class Gateway(NamedTuple):
     rejections: Sequence[float] = ()
 
     def outage(self, kind: str, now: float) -> Optional[Outage]:
-        return next((outage for outage in self.outages
-                     if kind in outage.kinds and outage.begin <= now < outage.end), None)
+        for outage in self.outages:
+            if outage.begin <= now < outage.end and kind in outage.kinds:
+                return outage
+        return None
 
     def epoch(self, now: float) -> int:
         """A token is good as long as this is what it was when the token was given out."""
@@ -311,7 +313,8 @@ def keep_running(host: Host, index: int, count: int, pause: Optional[float]) -> 
         host.start(pause * spread(index, 1), host.program(pause))
 
 
-def simulate(scenario: Scenario, count: int) -> Requests:
+def simulate(scenario: Scenario, count: int, end: Optional[float] = None) -> Requests:
+    """All of the scenario, or what it comes to until then."""
     simulation = Simulation(scenario.gateway)
     for index in range(count):
         host = Host(simulation)
@@ -320,7 +323,7 @@ def simulate(scenario: Scenario, count: int) -> Requests:
             keep_running(host, index, count, pause)
         else:
             host.start(scenario.logins_within * index / count, host.log_in(pause))
-    simulation.run(scenario.seconds)
+    simulation.run(scenario.seconds if end is None else end)
     return simulation.requests
 
 
@@ -403,7 +406,8 @@ def print_table() -> bool:
     print("| --- |" + " --- |" * (len(SIZES) + 2))
     for figure in figures():
         if figure.scenario not in simulated:
-            simulated[figure.scenario] = simulate(SCENARIOS[figure.scenario], SAMPLE)
+            end = max(other.end for other in figures() if other.scenario == figure.scenario)
+            simulated[figure.scenario] = simulate(SCENARIOS[figure.scenario], SAMPLE, end)
         found = figure.simulated(simulated[figure.scenario], SAMPLE)
         cells = [shown(size * figure.per_host) for size in SIZES] + [shown(SIZES[-1] * found)]
         print(f"| {figure.what} | {figure.formula} | " + " | ".join(cells) + " |", flush=True)
