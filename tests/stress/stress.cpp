@@ -1,6 +1,6 @@
 // Sixteen threads call every export in random order while the gateway's faults change under way:
 //
-//     veltra_stress [--seconds N] [--seed N] [--threads N]
+//     veltra_stress [SECONDS [SEED [THREADS]]]
 //
 // No answer may be lost: a query whose last request the gateway answered with success, untouched by
 // any fault, must have come back true with that very text. Memory, descriptors and threads must
@@ -13,7 +13,6 @@
 #include <Oak/Base/Clock.h>
 #include <qlog/qlog.h>
 
-#include <CLI/CLI.hpp>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -475,14 +474,12 @@ bool Report(FILE* report) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app;
-    unsigned seconds = 60;
-    unsigned seed = std::random_device()() % 100000;
-    std::size_t threads = 16;
-    app.add_option("--seconds", seconds);
-    app.add_option("--seed", seed);
-    app.add_option("--threads", threads);
-    CLI11_PARSE(app, argc, argv);
+    const auto given = [&](int place, unsigned otherwise) {
+        return place < argc ? static_cast<unsigned>(std::atoi(argv[place])) : otherwise;
+    };
+    const unsigned seconds = given(1, 60);
+    const unsigned seed = given(2, std::random_device()() % 100000);
+    const unsigned threads = given(3, 16);
     FILE* const report = DivertedOutput();
     std::fprintf(report, "seed %u\n", seed);
 
@@ -508,7 +505,7 @@ int main(int argc, char** argv) {
     std::barrier<> meeting(static_cast<std::ptrdiff_t>(threads) + 1);
     std::thread weather([&] { MakeWeather(server, seed); });
     std::vector<std::jthread> workers;
-    for (std::size_t i = 0; i < threads; ++i)
+    for (unsigned i = 0; i < threads; ++i)
         workers.emplace_back([&, i] { Work(Worker(seed * 1000 + i + 1), meeting); });
     std::this_thread::sleep_for(std::chrono::milliseconds(seconds * 1000 / 3));
     const Figures first = TakeFigures(meeting);
