@@ -6,7 +6,8 @@
     fleet.py --scenario NAME [--hosts N]   requests per second of one scenario, minute by minute
     fleet.py --check FLEET_HOST            200 real hosts against a counting server; takes six minutes
 
---table fails if a formula is off the simulation by more than 5 %, --check if the real hosts' counts are.
+The constants are read from the source. --table fails if a formula is off the simulation by more than 5 %,
+--check if the real hosts' counts are.
 
 Hosts don't affect one another, so a sample of the fleet is simulated and each host of it stands for many.
 """
@@ -22,6 +23,7 @@ import json
 import math
 import os
 import pathlib
+import re
 import sys
 from array import array
 from typing import Callable, Dict, Generator, List, NamedTuple, Optional, Sequence, Tuple, TypeVar, Union
@@ -29,13 +31,23 @@ from typing import Callable, Dict, Generator, List, NamedTuple, Optional, Sequen
 
 # --- the library's rules -------------------------------------------------------------------------
 
-PROBE_INTERVAL = 10.0           # Monitor::checkIntervalMs_: from the end of a check to the next one
-TOKEN_LIFETIME = 12 * 3600.0    # kTokenLifetimeMs, AIManager.cpp: by the host's clock, not the gateway's expiry
-RENEWAL_RETRIES = 3             # kRenewalRetries, AIManager.cpp: within one check
-RETRY_PAUSE = 60.0              # kRetryPause, RenewalGate.cpp
-ATTEMPTS = 3                    # kAttempts of SendUntilOk, GatewayCall.h: without a pause, until status 200
-SHORT_EXCHANGE = 15.0           # kShortExchange, GatewayCall.h: the limit of probes and token requests
-LONG_EXCHANGE = 120.0           # HttpClientOptions::totalTimeoutMs, its default: the limit of queries
+def rule(file: str, name: str, unit: float = 1) -> float:
+    """The constant of that name, from the library's source; of a time, in seconds by that unit."""
+    text = (pathlib.Path(__file__).resolve().parents[1] / file).read_text(encoding="utf-8")
+    found = re.search(rf"\b{name}(?: = |{{)([\d UL*]+)[;}}]", text)
+    if not found:
+        raise ValueError(f"no value of {name} in {file}")
+    return math.prod(float(factor.rstrip("UL")) for factor in found[1].split(" * ")) * unit
+
+
+MILLISECOND, MINUTE = 0.001, 60.0
+PROBE_INTERVAL = rule("src/Monitor.h", "checkIntervalMs_", MILLISECOND)  # from the end of a check to the next one
+TOKEN_LIFETIME = rule("src/AIManager.cpp", "kTokenLifetimeMs", MILLISECOND)  # by the host's clock
+RENEWAL_RETRIES = int(rule("src/AIManager.cpp", "kRenewalRetries"))  # within one check
+RETRY_PAUSE = rule("src/RenewalGate.cpp", "kRetryPause", MINUTE)
+ATTEMPTS = int(rule("src/GatewayCall.h", "kAttempts"))  # without a pause, until status 200
+SHORT_EXCHANGE = rule("src/GatewayCall.h", "kShortExchange", MILLISECOND)  # the limit of probes and token requests
+LONG_EXCHANGE = rule("platform/include/Oak/Net/HttpClientOptions.h", "totalTimeoutMs", MILLISECOND)  # of queries
 
 EXCHANGE = 0.005                # how long an answer takes; no rule, and without weight
 
@@ -335,57 +347,44 @@ TOLERANCE = 0.05
 
 
 class Figure(NamedTuple):
-    """A line of the table: requests per second of one host by a formula, and where the simulation shows them."""
+    """A line of the table: requests per second of N hosts, and where the simulation shows them."""
 
     what: str
     formula: str
-    per_host: float
     scenario: str
     begin: float
     end: float
     kinds: Sequence[str]
+
+    def per_host(self) -> float:
+        terms = re.findall(r"(\d*) ?N / ([\d,]+)", self.formula)
+        return sum(int(factor or 1) / int(divisor.replace(",", "")) for factor, divisor in terms)
 
     def simulated(self, requests: Requests, count: int) -> float:
         sent = sum(requests.count(kind, self.begin, self.end) for kind in self.kinds)
         return sent / (self.end - self.begin) / count
 
 
-CHECK_WITH_RETRIES = PROBE_INTERVAL + RENEWAL_RETRIES * RETRY_PAUSE  # while the token endpoint is down
-SILENT_CHECK = PROBE_INTERVAL + ATTEMPTS * SHORT_EXCHANGE
-MEAN_LIFETIME = TOKEN_LIFETIME + PROBE_INTERVAL / 2  # the first check after twelve hours renews
-
-
-def attempts_within(seconds: float) -> int:
-    """Token requests of a host for which the token endpoint has been down for so long."""
-    whole, rest = divmod(seconds, CHECK_WITH_RETRIES)
-    return int(whole) * (1 + RENEWAL_RETRIES) + min(int(rest / RETRY_PAUSE), RENEWAL_RETRIES) + 1
-
-
-def figures() -> List[Figure]:
-    old = attempts_within(END - BEGIN)
-    return [
-        Figure("probes, always", "N / 10", 1 / PROBE_INTERVAL, "idle", 0, 600, [PROBE]),
-        Figure("renewals, always", "N / 43,205", 1 / MEAN_LIFETIME, "idle", 0, 600, [RENEWAL]),
-        Figure("logins, when all log in within 15 minutes", "N / 900", 1 / 900, "morning", 0, 900, [LOGIN]),
-        Figure("all tokens rejected, a query a minute from each host: renewals in the minute after", "N / 60", 1 / 60,
-               "rejected", BEGIN, BEGIN + 60, [RENEWAL]),
-        Figure("... all requests in that minute", "N / 10 + 4 N / 60", 1 / PROBE_INTERVAL + 4 / 60,
-               "rejected", BEGIN, BEGIN + 60, KINDS),
-        Figure("gateway refuses everything: probes", "3 N / 10", ATTEMPTS / PROBE_INTERVAL,
-               "refusing", BEGIN + 10, END, [PROBE]),
-        Figure("gateway silent: probes, mean", "3 N / 55", ATTEMPTS / SILENT_CHECK, "silent", END - 550, END, [PROBE]),
-        Figure("gateway back after either: probes", "N / 10", 1 / PROBE_INTERVAL, "refusing", END, END + 10, [PROBE]),
-        Figure("gateway stalls for 8 s: probes of one second in each ten, from then on", "9 N / 10", 0.9,
-               "stall", BEGIN + 18, BEGIN + 19, [PROBE]),
-        Figure("token endpoint down for ten minutes: token requests at its end", f"{old} N / 43,205",
-               old / MEAN_LIFETIME, "token-endpoint", END - 30, END, [RENEWAL]),
-        Figure("... and all tokens rejected: token requests, mean", "4 N / 190",
-               (1 + RENEWAL_RETRIES) / CHECK_WITH_RETRIES, "token-endpoint-rejected", END - 380, END, [RENEWAL]),
-        Figure("... in the busiest minutes", "2 N / 60", 2 / 60, "token-endpoint-rejected", BEGIN + 10, BEGIN + 60,
-               [RENEWAL]),
-        Figure("... renewals in the minute after its return", "N / 60", 1 / 60, "token-endpoint-rejected",
-               END, END + 60, [RENEWAL]),
-    ]
+FIGURES = [
+    Figure("probes, always", "N / 10", "idle", 0, 600, [PROBE]),
+    Figure("renewals, always", "N / 43,205", "idle", 0, 600, [RENEWAL]),
+    Figure("logins, when all log in within 15 minutes", "N / 900", "morning", 0, 900, [LOGIN]),
+    Figure("all tokens rejected, a query a minute from each host: renewals in the minute after", "N / 60",
+           "rejected", BEGIN, BEGIN + 60, [RENEWAL]),
+    Figure("... all requests in that minute", "N / 10 + 4 N / 60", "rejected", BEGIN, BEGIN + 60, KINDS),
+    Figure("gateway refuses everything: probes", "3 N / 10", "refusing", BEGIN + 10, END, [PROBE]),
+    Figure("gateway silent: probes, mean", "3 N / 55", "silent", END - 550, END, [PROBE]),
+    Figure("gateway back after either: probes", "N / 10", "refusing", END, END + 10, [PROBE]),
+    Figure("gateway stalls for 8 s: probes of one second in each ten, from then on", "9 N / 10",
+           "stall", BEGIN + 18, BEGIN + 19, [PROBE]),
+    Figure("token endpoint down for ten minutes: token requests at its end", "13 N / 43,205",
+           "token-endpoint", END - 30, END, [RENEWAL]),
+    Figure("... and all tokens rejected: token requests, mean", "4 N / 190",
+           "token-endpoint-rejected", END - 380, END, [RENEWAL]),
+    Figure("... in the busiest minutes", "2 N / 60", "token-endpoint-rejected", BEGIN + 10, BEGIN + 60, [RENEWAL]),
+    Figure("... renewals in the minute after its return", "N / 60", "token-endpoint-rejected", END, END + 60,
+           [RENEWAL]),
+]
 
 
 def shown(value: float) -> str:
@@ -404,14 +403,14 @@ def print_table() -> bool:
     print("| requests per second | formula | " + " | ".join(f"{size:,} hosts" for size in SIZES)
           + f" | simulated, {SIZES[-1]:,} |")
     print("| --- |" + " --- |" * (len(SIZES) + 2))
-    for figure in figures():
+    for figure in FIGURES:
         if figure.scenario not in simulated:
-            end = max(other.end for other in figures() if other.scenario == figure.scenario)
+            end = max(other.end for other in FIGURES if other.scenario == figure.scenario)
             simulated[figure.scenario] = simulate(SCENARIOS[figure.scenario], SAMPLE, end)
         found = figure.simulated(simulated[figure.scenario], SAMPLE)
-        cells = [shown(size * figure.per_host) for size in SIZES] + [shown(SIZES[-1] * found)]
+        cells = [shown(size * figure.per_host()) for size in SIZES] + [shown(SIZES[-1] * found)]
         print(f"| {figure.what} | {figure.formula} | " + " | ".join(cells) + " |", flush=True)
-        if off(found, figure.per_host) > TOLERANCE:
+        if off(found, figure.per_host()) > TOLERANCE:
             print(f"off the simulation by more than {TOLERANCE:.0%}: {figure.what}", file=sys.stderr)
             good = False
     return good
