@@ -1,4 +1,4 @@
-// Whole answers to the layer, behind the replaced HTTP client. Input: the road's letter in the
+// Whole answers to the layer, behind the replaced HTTP client. Input: the endpoint's letter in the
 // first line, then answers parted by a line "--", each a status in its first line (anything but a
 // number: the exchange fails) and the body. The last answer is given again as often as asked.
 //
@@ -8,7 +8,7 @@
 //                                   f  submission without pictures
 //
 // Oracle: each call is true exactly when the answer that ended it has status 200 and, read by a
-// plain reader, the error code "0" and what the road needs besides; it hands out what the plain
+// plain reader, the error code "0" and what the endpoint needs besides; it hands out what the plain
 // reader reads, and nothing on false. Failed exchanges are repeated as often as documented. No
 // record shows the secret key. Afterwards a login and a query go well.
 
@@ -46,7 +46,7 @@ struct Exchange {
     Answer answer;
 };
 
-/// The input's answers, for the calls of its road, and the exchanges made.
+/// The input's answers, for the calls of its endpoint, and the exchanges made.
 struct Run {
     std::set<Call> fed;
     std::vector<Answer> answers;
@@ -239,15 +239,15 @@ void RunWithdrawal() {
     Require(done == Accepted(LastOf(Call::cancel)).has_value(), "withdrawn by its answer");
 }
 
-struct Road {
+struct Endpoint {
     char letter;
     std::set<Call> fed;
     void (*follow)();
 };
 
-const std::vector<Road>& Roads() {
+const std::vector<Endpoint>& Endpoints() {
     const auto withPictures = [] { RunSubmission({"QUJD", "", "not base64"}); };
-    static const std::vector<Road> roads{
+    static const std::vector<Endpoint> endpoints{
         {'t', {Call::token}, RunLogin},
         {'p', {Call::probe}, RunProbe},
         {'c', {Call::cancel}, RunWithdrawal},
@@ -256,14 +256,14 @@ const std::vector<Road>& Roads() {
         {'u', {Call::upload}, withPictures},
         {'f', {Call::feedback}, [] { RunSubmission({}); }},
     };
-    return roads;
+    return endpoints;
 }
 
-const Road& RoadOf(std::string_view line) {
+const Endpoint& EndpointOf(std::string_view line) {
     const char letter = line.empty() ? '\0' : line[0];
-    for (const Road& road : Roads())
-        if (road.letter == letter) return road;
-    return Roads()[static_cast<unsigned char>(letter) % Roads().size()];
+    for (const Endpoint& endpoint : Endpoints())
+        if (endpoint.letter == letter) return endpoint;
+    return Endpoints()[static_cast<unsigned char>(letter) % Endpoints().size()];
 }
 
 std::vector<Answer> ReadAnswers(std::string_view text) {
@@ -294,10 +294,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string_view input = fuzz::Input(data, size);
     run = {};
     run.showsSecret = input.find(kSecret) != input.npos;
-    const Road& road = RoadOf(fuzz::TakeLine(input));
-    run.fed = road.fed;
+    const Endpoint& endpoint = EndpointOf(fuzz::TakeLine(input));
+    run.fed = endpoint.fed;
     run.answers = ReadAnswers(input);
-    road.follow();
+    endpoint.follow();
 
     run = {};
     Require(Login(), "afterwards a login goes well");

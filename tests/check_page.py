@@ -192,7 +192,7 @@ def check_faults(browser, url):
     browser.tab_to("#adding summary")
     if not browser.run("return document.querySelector('#adding').open"):
         browser.press(ENTER)
-    browser.tab_to("#road")
+    browser.tab_to("#endpoint")
     browser.press(DOWN)
     for element, text in (("#number", "503"), ("#text", "later"), ("#times", "2")):
         browser.tab_to(element)

@@ -4,6 +4,7 @@
 #include "changes.h"
 #include "connection_book.h"
 #include "control.h"
+#include "endpoints.h"
 #include "envelope.h"
 #include "exchange_log.h"
 #include "fault_effects.h"
@@ -11,7 +12,6 @@
 #include "header_name.h"
 #include "http_server.h"
 #include "local_origin.h"
-#include "roads.h"
 #include "signals_posix.h"
 #include "stage.h"
 
@@ -52,7 +52,7 @@ class Gateway::Impl {
         : owner_(owner),
           options_(std::move(options)),
           log_(options_),
-          roads_(options_),
+          endpoints_(options_),
           connections_([this] { changes_.note(); }),
           stage_(connections_) {}
 
@@ -70,7 +70,7 @@ class Gateway::Impl {
     FaultList faults_;
     mutable Changes changes_;
     std::optional<ServerIdentity> identity_;
-    Roads roads_;
+    Endpoints endpoints_;
     ConnectionBook connections_;
     Stage stage_;
     std::unique_ptr<HttpServer> server_;
@@ -93,14 +93,14 @@ bool Gateway::Impl::start() {
     }
     const SignalsBlocked blocked;
     try {
-        roads_.connectModel();
+        endpoints_.connectModel();
         if (!stage_.listen(options_.address, options_.port, options_.maxConnections, reason_))
             return false;
         baseUrl_ = (options_.tls ? "https://" : "http://") + hostOf(options_.address) + ':' +
                    std::to_string(stage_.port());
         if (options_.tls) identity_ = makeServerIdentity(options_.address);
-        roads_.storage().setDomain(orElse(options_.storageDomain, baseUrl_));
-        roads_.setAreaDomain(orElse(options_.areaDomain, baseUrl_));
+        endpoints_.storage().setDomain(orElse(options_.storageDomain, baseUrl_));
+        endpoints_.setAreaDomain(orElse(options_.areaDomain, baseUrl_));
         server_ = std::make_unique<HttpServer>(
             [this](HttpRequest request) { return handle(std::move(request)); },
             [this](const HttpRequest& request, int status) { afterwards(request, status); },
@@ -178,7 +178,7 @@ Answer Gateway::Impl::answerOf(const Request& request, const std::stop_token& le
         const auto found = answers_.find(request.path);
         if (found != answers_.end()) return found->second;
     }
-    return roads_.answer(request, left);
+    return endpoints_.answer(request, left);
 }
 
 Gateway::Gateway(Options options) : impl_(std::make_unique<Impl>(*this, std::move(options))) {}
@@ -238,7 +238,7 @@ std::uint64_t Gateway::connections() const {
 }
 
 std::uint64_t Gateway::tokensIssued() const {
-    return impl_->roads_.tokensIssued();
+    return impl_->endpoints_.tokensIssued();
 }
 
 std::size_t Gateway::stalled() const {
@@ -246,19 +246,19 @@ std::size_t Gateway::stalled() const {
 }
 
 std::vector<Feedback> Gateway::feedback() const {
-    return impl_->roads_.feedbacks().all();
+    return impl_->endpoints_.feedbacks().all();
 }
 
 std::vector<Picture> Gateway::pictures() const {
-    return impl_->roads_.storage().pictures();
+    return impl_->endpoints_.storage().pictures();
 }
 
 std::optional<std::string> Gateway::picture(const std::string& imageKey) const {
-    return impl_->roads_.storage().picture(imageKey);
+    return impl_->endpoints_.storage().picture(imageKey);
 }
 
 UploadSlot Gateway::makeUploadSlot(std::chrono::seconds lifetime) const {
-    return impl_->roads_.storage().makeSlot("jpg", lifetime);
+    return impl_->endpoints_.storage().makeSlot("jpg", lifetime);
 }
 
 std::uint64_t Gateway::addFault(Fault fault) {
@@ -278,11 +278,11 @@ std::vector<Fault> Gateway::faults() const {
 }
 
 void Gateway::expireTokens() {
-    impl_->roads_.expireTokens();
+    impl_->endpoints_.expireTokens();
 }
 
 void Gateway::setNextToken(std::string text) {
-    impl_->roads_.setNextToken(std::move(text));
+    impl_->endpoints_.setNextToken(std::move(text));
 }
 
 void Gateway::setAnswer(const std::string& path, Answer answer) {

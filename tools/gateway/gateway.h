@@ -200,7 +200,7 @@ struct ModelCall {
     bool stoppedByLength = false;  ///< The answer ends where a limit on its length was met.
 };
 
-/// An answer given in place of a road's own.
+/// An answer given in place of an endpoint's own.
 struct Answer {
     int status = 200;
     std::string body = {};

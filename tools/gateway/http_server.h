@@ -31,7 +31,7 @@ class HttpServer {
  public:
     /// Called on many threads at once.
     using Handler = std::function<HttpReply(HttpRequest)>;
-    /// Called when a reply has been written, with what Handler was given but for the body.
+    /// Called when a reply has been written, with what Handler was given, except for the body.
     using Afterwards = std::function<void(const HttpRequest&, int status)>;
 
     /// The identity, when there is one, must outlive the server.

@@ -20,7 +20,7 @@ const kPatienceMs = 10000;
 const kAnnounceMs = 10000;
 const kSecret = '••••••';
 
-const roads = new Map([...byId('road').options].slice(0, -1).map((o) => [o.value, o.text]));
+const endpoints = new Map([...byId('endpoint').options].slice(0, -1).map((o) => [o.value, o.text]));
 const kinds = new Map([...byId('kind').options].map((option) => [option.value, option]));
 const rows = new Map();  // by the request's number
 let run = 0;             // which start of the gateway the rows are from
@@ -124,7 +124,7 @@ function announceNew(count) {
 // --- faults --------------------------------------------------------------------------------------
 
 const meets = ({on, path}) =>
-  path === '' ? roads.get(on) : on === '' ? path : `${roads.get(on)}, ${path}`;
+  path === '' ? endpoints.get(on) : on === '' ? path : `${endpoints.get(on)}, ${path}`;
 
 function describe(fault) {
   const kind = kinds.get(fault.kind);
@@ -178,16 +178,16 @@ function fitFields() {
   [number.min, number.max, number.value] =
     [dataset.min || 0, dataset.max || Number.MAX_SAFE_INTEGER, dataset.start || ''];
   byId('code').required = !byId('code').disabled;
-  byId('path-field').hidden = byId('road').value !== 'path';
+  byId('path-field').hidden = byId('endpoint').value !== 'path';
   byId('path').required = !byId('path-field').hidden;
 }
 
 function faultFromForm() {
-  const road = byId('road').value;
+  const endpoint = byId('endpoint').value;
   const value = (name) => byId(name).disabled ? '' : byId(name).value;
   return {
-    on: road === 'path' ? '' : road,
-    path: road === 'path' ? byId('path').value : '',
+    on: endpoint === 'path' ? '' : endpoint,
+    path: endpoint === 'path' ? byId('path').value : '',
     kind: byId('kind').value,
     number: Number(value('number')),
     code: value('code'),
@@ -247,7 +247,7 @@ function summaryOf(exchange) {
   if (feedbacks > 0) badges.push(make('span', 'badge', plural(feedbacks, 'feedback')));
   return [
     make('span', 'time', `${time.toLocaleTimeString('en-GB')}.${milliseconds}`),
-    make('span', 'road', exchange.on ? roads.get(exchange.on) : 'unknown road'),
+    make('span', 'endpoint', exchange.on ? endpoints.get(exchange.on) : 'unknown endpoint'),
     make('span', 'badges', outcome(exchange), ...badges),
     make('span', 'path', `${exchange.method} ${hideSignature(exchange.path)}`),
   ];
@@ -362,7 +362,7 @@ function hideSecrets(text) {
 // --- what the user does --------------------------------------------------------------------------
 
 byId('kind').addEventListener('change', fitFields);
-byId('road').addEventListener('change', fitFields);
+byId('endpoint').addEventListener('change', fitFields);
 byId('add').addEventListener('submit', (event) => {
   event.preventDefault();
   act('POST', 'faults', JSON.stringify(faultFromForm()), 'Fault added');

@@ -19,7 +19,7 @@ struct Accepted {
     bool isLoopback = false;
 };
 
-/// Never blocks. -1 and a reason when it can't be had. Without `listening` the port is held and
+/// Never blocks. Without a free port, -1 and a reason. Without `listening` the port is held and
 /// clients are refused.
 int openListener(const std::string& address, int port, bool listening, std::string& reason);
 Accepted acceptFrom(int listener);

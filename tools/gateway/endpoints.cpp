@@ -1,4 +1,4 @@
-#include "roads.h"
+#include "endpoints.h"
 
 #include "envelope.h"
 #include "hex.h"
@@ -64,19 +64,19 @@ Answer contentRefusal(std::string_view what) {
 
 }  // namespace
 
-Roads::Roads(const Options& options)
+Endpoints::Endpoints(const Options& options)
     : options_(options), templates_(byKey(options.templates)), storage_(options) {}
 
-void Roads::setAreaDomain(std::string domain) {
+void Endpoints::setAreaDomain(std::string domain) {
     const std::scoped_lock lock(mutex_);
     areaDomain_ = std::move(domain);
 }
 
-void Roads::connectModel() {
+void Endpoints::connectModel() {
     if (!options_.model.url.empty()) model_ = std::make_unique<Model>(options_.model);
 }
 
-Answer Roads::answer(const Request& request, const std::stop_token& left) {
+Answer Endpoints::answer(const Request& request, const std::stop_token& left) {
     switch (kindOf(request)) {
         case RequestKind::Token:
             return token(request.body);
@@ -98,7 +98,7 @@ Answer Roads::answer(const Request& request, const std::stop_token& left) {
                    404);
 }
 
-Answer Roads::token(const std::string& body) {
+Answer Endpoints::token(const std::string& body) {
     const auto document = parseJson(body);
     const auto appKey = textMember(document, "appKey");
     const auto secretKey = textMember(document, "secretKey");
@@ -113,13 +113,13 @@ Answer Roads::token(const std::string& body) {
     });
 }
 
-bool Roads::accepts(const std::string& appKey, const std::string& secretKey) const {
+bool Endpoints::accepts(const std::string& appKey, const std::string& secretKey) const {
     return std::any_of(options_.keys.begin(), options_.keys.end(), [&](const KeyPair& pair) {
         return pair.appKey == appKey && pair.secretKey == secretKey;
     });
 }
 
-std::string Roads::issueToken(std::string& areaDomain) {
+std::string Endpoints::issueToken(std::string& areaDomain) {
     const std::scoped_lock lock(mutex_);
     areaDomain = areaDomain_;
     std::string token;
@@ -139,25 +139,25 @@ std::string Roads::issueToken(std::string& areaDomain) {
     return token;
 }
 
-bool Roads::holds(const std::string& authorization) const {
+bool Endpoints::holds(const std::string& authorization) const {
     if (authorization.compare(0, kBearer.size(), kBearer) != 0) return false;
     const std::scoped_lock lock(mutex_);
     const auto found = tokens_.find(authorization.substr(kBearer.size()));
     return found != tokens_.end() && Clock::now() < found->second;
 }
 
-Answer Roads::withToken(const Request& request,
-                        const std::function<Answer(const rapidjson::Value&)>& road) const {
+Answer Endpoints::withToken(const Request& request,
+                            const std::function<Answer(const rapidjson::Value&)>& endpoint) const {
     if (request.body.empty()) return malformed("the request has no body");
     if (!holds(request.header("Authorization"))) return tokenRefusal();
     const auto document = parseJson(request.body);
     if (!document.IsObject()) return malformed("the body is not a JSON object");
-    auto answer = road(document);
+    auto answer = endpoint(document);
     answer.traceId = textMember(document, "traceId").value_or("");
     return answer;
 }
 
-Answer Roads::result(const rapidjson::Value& document, const std::stop_token& left) const {
+Answer Endpoints::result(const rapidjson::Value& document, const std::stop_token& left) const {
     const auto promptKey = textMember(document, "promptKey");
     if (!promptKey) return malformed(R"(needs the text "promptKey")");
     std::map<std::string, std::string> elements;
@@ -185,22 +185,22 @@ Answer Roads::result(const rapidjson::Value& document, const std::stop_token& le
     return answer;
 }
 
-bool Roads::forbids(const std::string& text) const {
+bool Endpoints::forbids(const std::string& text) const {
     return !options_.forbiddenText.empty() && text.find(options_.forbiddenText) != text.npos;
 }
 
-void Roads::expireTokens() {
+void Endpoints::expireTokens() {
     const std::scoped_lock lock(mutex_);
     tokens_.clear();
     tokenOrder_.clear();
 }
 
-void Roads::setNextToken(std::string text) {
+void Endpoints::setNextToken(std::string text) {
     const std::scoped_lock lock(mutex_);
     nextTokens_.push_back(std::move(text));
 }
 
-std::uint64_t Roads::tokensIssued() const {
+std::uint64_t Endpoints::tokensIssued() const {
     const std::scoped_lock lock(mutex_);
     return issued_;
 }

@@ -19,11 +19,11 @@
 
 namespace gateway {
 
-/// What the gateway answers when nothing is wrong with it: the tokens and the roads. Thread-safe.
-class Roads {
+/// What the gateway answers when nothing is wrong with it: the tokens and the endpoints. Thread-safe.
+class Endpoints {
  public:
     /// The options must outlive it.
-    explicit Roads(const Options& options);
+    explicit Endpoints(const Options& options);
     /// What token answers name from now on.
     void setAreaDomain(std::string domain);
     /// Has a model answer what templates were rendered to, if the options name one. Throws
@@ -45,7 +45,7 @@ class Roads {
 
     Answer token(const std::string& body);
     Answer withToken(const Request& request,
-                     const std::function<Answer(const rapidjson::Value&)>& road) const;
+                     const std::function<Answer(const rapidjson::Value&)>& endpoint) const;
     bool accepts(const std::string& appKey, const std::string& secretKey) const;
     bool holds(const std::string& authorization) const;
     std::string issueToken(std::string& areaDomain);
