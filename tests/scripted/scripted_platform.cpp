@@ -117,6 +117,18 @@ std::vector<std::string> RequestsWithout(bool (*leftOut)(const Request&)) {
     return shown;
 }
 
+std::vector<std::string> WholeRequests() {
+    const std::lock_guard<std::mutex> lock(TheState().mutex);
+    std::vector<std::string> shown;
+    for (const Request& request : TheState().requests) {
+        std::string& text = shown.emplace_back(request.Method() + " " + request.Url().Text());
+        text += "\ntype " + request.ContentType() + "\n";
+        for (const auto& [name, value] : request.Headers())
+            text.append(name).append(": ").append(value).append("\n");
+        text += request.Data();
+    }
+    return shown;
+}
 std::vector<std::string> Requests() {
     return RequestsWithout([](const Request&) { return false; });
 }

@@ -57,7 +57,10 @@ void AnswerInOrder(std::vector<Answer> answers);
 
 /// The requests so far, as "METHOD url body".
 std::vector<std::string> Requests();
-/// The same without the probes.
+/// The same with all that is in them: "METHOD url\ntype CONTENT-TYPE\n", then the header fields,
+/// each as "Name: value\n", then the body.
+std::vector<std::string> WholeRequests();
+/// The requests so far without the probes.
 std::vector<std::string> RequestsButProbes();
 std::size_t TokenRequests();
 void ForgetRequests();
