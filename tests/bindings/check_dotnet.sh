@@ -17,7 +17,7 @@ rm -rf "$folder"
 mkdir -p "$folder"
 
 start() { # NAME OPTION...
-  "$gateway_program" --tls --ca-out "$folder/$1.pem" --key 'app:s3cret"' --ready-file "$folder/$1" \
+  "$gateway_program" --tls --ca-out "$folder/$1.pem" --key 'app":s3cret"' --ready-file "$folder/$1" \
     "${@:2}" >/dev/null &
   gateways+=($!)
 }

@@ -6,6 +6,7 @@
 
 import asyncio
 import concurrent.futures
+import ctypes
 import faulthandler
 import hashlib
 import json
@@ -16,7 +17,6 @@ import pathlib
 import pickle
 import re
 import signal
-import socket
 import ssl
 import subprocess
 import sys
@@ -130,15 +130,10 @@ class SessionTest(unittest.TestCase):
         self.session.close()
         with self.assertRaises(veltra.NotEnabled):
             self.ask()
-        with socket.socket() as unused:
-            unused.bind(("127.0.0.1", 0))
-            nobody = f"https://127.0.0.1:{unused.getsockname()[1]}"
         trusted = {"ca_file": gateway.ca_file}
         for expected, domain, keys, options in [
                 (veltra.Refused, gateway.url, [("demo", "wrong")], trusted),
                 (veltra.NotTrusted, gateway.url, KEYS, {}),
-                (veltra.NotReached, nobody, KEYS, trusted),
-                (veltra.NotAllowed, "http://192.0.2.1", KEYS, {}),
                 (ValueError, gateway.url, KEYS, {"timeout": 0, **trusted})]:
             with self.subTest(expected=expected), self.assertRaises(expected):
                 veltra.connect(domain, keys, **options)
@@ -160,14 +155,12 @@ class SessionTest(unittest.TestCase):
     def test_an_exception_for_each_outcome(self):
         cases = [
             (veltra.BadStatus, {"kind": "status", "number": 503}, {}, {"http_status": 503, "retryable": True}),
-            (veltra.BadAnswer, {"kind": "empty-body"}, {}, {"http_status": 200}),
             (veltra.Refused, {"kind": "refuse", "code": "9", "text": "why"}, {},
              {"gateway_code": "9", "gateway_message": "why", "retryable": False}),
             (veltra.CutOff, {"kind": "reset-in-body"}, {}, {"attempts": 3, "trace_id": "mine"}),
             (veltra.TimedOut, {"kind": "stall"}, {"timeout": 0.25}, {"retryable": True}),
             (veltra.ForbiddenWords, None, {"filter": veltra.Filter.INPUT, "sensitive": ["forbidden"]}, {}),
-            (veltra.Screened, None, {}, {"attempts": 0}),
-            (veltra.TokenRejected, {"kind": "reject-token"}, {}, {"gateway_code": "500004"})]
+            (veltra.Screened, None, {}, {"attempts": 0})]
         for expected, fault, options, fields in cases:
             with self.subTest(expected=expected):
                 veltra.set_phrases(["Ada"] if expected is veltra.Screened else [])
@@ -181,7 +174,10 @@ class SessionTest(unittest.TestCase):
                 self.assertGreaterEqual(error.milliseconds, 250 if expected is veltra.TimedOut else 0)
                 self.assertEqual(vars(pickle.loads(pickle.dumps(error))), vars(error))
                 self.assertIn(error.detail, str(error))
-        self.assertEqual(len({kind.outcome for kind in veltra.Error.__subclasses__()}), 16)
+        name_of = ctypes.CDLL(LIBRARY).veltra_outcome_name
+        name_of.restype = ctypes.c_char_p
+        self.assertEqual([(kind.__name__, kind.outcome) for kind in veltra.Error.__subclasses__()],
+                         [(name_of(number).decode(), number) for number in range(1, 17)])
 
     def test_phrase_keys(self):
         veltra.set_phrase_keys([veltra.phrase_key("Ada")], 1)
@@ -265,18 +261,6 @@ class SessionTest(unittest.TestCase):
                 handles_after, memory_after = run(2000)
         self.assertLess(handles_after - handles, 50)  # a connection that is kept for each thread has three
         self.assertLess(memory_after - memory, 2048, "KiB that stay")
-
-    def test_other_threads_run_meanwhile(self):
-        gateway.fault("stall")
-        outcomes = []
-        thread = threading.Thread(target=lambda: outcomes.append(self.assertRaises(
-            veltra.TimedOut, self.ask, timeout=0.5)))
-        longest, last = 0, time.monotonic()
-        thread.start()
-        while thread.is_alive():
-            longest, last = max(longest, time.monotonic() - last), time.monotonic()
-        self.assertEqual(len(outcomes), 1)
-        self.assertLess(longest, 0.25)
 
     def test_forked_child(self):
         def child():

@@ -42,7 +42,6 @@ static void walk(const char* url, const char* ca_file) {
     veltra_http_options options = {0};
     veltra_call* const call = CALL(veltra_call_new)();
     veltra_query* const query = CALL(veltra_query_new)("greeting");
-    veltra_feedback* feedback = NULL;
     char* text = NULL;
 
     options.size = sizeof options;
@@ -57,15 +56,6 @@ static void walk(const char* url, const char* ca_file) {
     EXPECT(text != NULL && strcmp(text, "Hello A \"quoted\" name, welcome to C:\\.") == 0);
     CALL(veltra_free)(text);
     text = NULL;
-
-    feedback = CALL(veltra_feedback_new)(CALL(veltra_call_trace_id)(call));
-    EXPECT(CALL(veltra_feedback_add_picture)(feedback, "\xFF\xD8\xFF\x00 picture", 12) ==
-           VELTRA_SUCCEEDED);
-    EXPECT(CALL(veltra_feedback_submit)(feedback, &text, call) == VELTRA_SUCCEEDED);
-    EXPECT(CALL(veltra_feedback_withdraw)(text, call) == VELTRA_SUCCEEDED);
-    CALL(veltra_free)(text);
-    text = NULL;
-    CALL(veltra_feedback_free)(feedback);
 
     CALL(veltra_logout)();
     EXPECT(CALL(veltra_query_run)(query, &text, NULL, call) == VELTRA_NOT_USABLE && text == NULL);
