@@ -2,6 +2,7 @@
 // report, and what they leave behind.
 
 #include "e2e/e2e_support.h"
+#include "e2e/given_up.h"
 #include "support/sockets.h"
 
 #include <qlog/qlog.h>
@@ -23,6 +24,8 @@
 namespace {
 
 using e2e::Ask;
+using e2e::GiveUp;
+using e2e::kLimit;
 using e2e::LogIn;
 using gateway::FaultKind;
 using std::chrono::milliseconds;
@@ -30,7 +33,6 @@ using Clock = std::chrono::steady_clock;
 using Veltra::CallOutcome;
 
 constexpr milliseconds kSoon{100};
-constexpr milliseconds kLimit{300};
 
 /// A port of loopback at which nobody accepts: a handshake gets no answer there, and when it is
 /// full not even a connection is made.
@@ -166,7 +168,6 @@ TEST_P(CallTest, ReturnsSoonWhereverItIs) {
         return [domain] { return Veltra::Veltra_SetDomain(domain); };
     };
     const auto submit = [](bool withPicture) { return [=] { return Submit(withPicture); }; };
-    const auto withdraw = [] { return Veltra::Veltra_CancleComments("f-1"); };
     const struct {
         const char* name;
         std::string_view path;  ///< Of the fault that holds the call up; none: nothing is heard.
@@ -179,10 +180,8 @@ TEST_P(CallTest, ReturnsSoonWhereverItIs) {
         {"head of an answer", gateway::kQueryPath, FaultKind::Stall, query},
         {"body of an answer", gateway::kQueryPath, FaultKind::StallInBody, query},
         {"login", gateway::kTokenPath, FaultKind::StallInBody, [] { return LogIn(); }},
-        {"slots", gateway::kUploadPath, FaultKind::Stall, submit(true)},
         {"picture", gateway::kStoragePrefix, FaultKind::Stall, submit(true)},
         {"feedback", gateway::kFeedbackPath, FaultKind::Stall, submit(false)},
-        {"withdrawal", gateway::kCancelPath, FaultKind::Stall, withdraw},
     };
     const std::string token = TokenInUse();
     for (const auto& state : states) {
@@ -192,59 +191,24 @@ TEST_P(CallTest, ReturnsSoonWhereverItIs) {
             SCOPED_TRACE(std::string(state.name) + (byLimit ? ", by its limit" : ", cancelled"));
             const std::size_t descriptors = OpenDescriptors();
             if (!state.path.empty()) Fault(state.path, state.kind, 3);
-            control = Veltra::CCallControl();
-            if (byLimit) control.SetTimeLimit(kLimit.count());
-            Veltra::CCallReport report;
-            const auto begun = Clock::now();
-            Clock::time_point ended;
-            std::thread caller([&] {
-                const Veltra::CCallScope scope(control);
-                EXPECT_FALSE(state.call());
-                ended = Clock::now();
-                report = Veltra::Veltra_LastCall();
-            });
-            if (state.path.empty())
-                std::this_thread::sleep_for(milliseconds(50));
-            else
-                EXPECT_TRUE(Stalled());
-            const auto cancelled = Clock::now();
-            if (!byLimit) control.Cancel();
-            caller.join();
-            EXPECT_LT(ended - (byLimit ? begun + kLimit : cancelled), kSoon);
-            if (byLimit) {
-                EXPECT_GE(ended - begun, kLimit);
-            }
-            EXPECT_EQ(report.Outcome(), byLimit ? CallOutcome::TimedOut : CallOutcome::Cancelled)
-                << report.Detail();
-            EXPECT_EQ(report.Retryable(), byLimit);
-            EXPECT_GE(report.Attempts(), 1);
+            const auto reached = [&] {
+                if (state.path.empty()) std::this_thread::sleep_for(milliseconds(50));
+                return state.path.empty() || Stalled();
+            };
+            GiveUp(byLimit, kSoon, reached, state.call);
             ExpectNothingLeft(descriptors, token);
         }
     }
 }
 
 TEST_P(CallTest, ReturnsSoonFromWaitsForARenewal) {
-    const auto bounded = [&](bool byLimit, const std::function<bool()>& reached) {
-        control = Veltra::CCallControl();
-        if (byLimit) control.SetTimeLimit(kLimit.count());
-        const auto begun = Clock::now();
-        Clock::time_point ended;
-        std::thread caller([&] {
-            const Veltra::CCallScope scope(control);
-            EXPECT_EQ(Ask(), "2: client send message failed");
-            ended = Clock::now();
-        });
-        EXPECT_TRUE(reached());
-        const auto cancelled = Clock::now();
-        if (!byLimit) control.Cancel();
-        caller.join();
-        EXPECT_LT(ended - (byLimit ? begun + kLimit : cancelled), kSoon);
-    };
+    const auto query = [] { return Ask() != "2: client send message failed"; };
+    const auto stalls = [this] { return Stalled(); };
     for (const bool byLimit : {false, true}) {
         SCOPED_TRACE(byLimit ? "by its limit" : "cancelled");
         // Its own renewal's exchange.
         RejectTokens(FaultKind::Stall);
-        bounded(byLimit, [this] { return Stalled(); });
+        GiveUp(byLimit, kSoon, stalls, query);
         server.clearFaults();
         server.resetStalled();
 
@@ -253,7 +217,7 @@ TEST_P(CallTest, ReturnsSoonFromWaitsForARenewal) {
         std::thread other([] { EXPECT_EQ(Ask(), "2: client send message failed"); });
         ASSERT_TRUE(Stalled());
         const auto waits = [this] { return server.waitUntil([this] { return Queries() == 4; }); };
-        bounded(byLimit, waits);
+        GiveUp(byLimit, kSoon, waits, query);
         EXPECT_EQ(server.stalled(), 1U) << "the other thread's is not touched";
         Veltra::Veltra_CancelAll();
         other.join();
@@ -262,8 +226,10 @@ TEST_P(CallTest, ReturnsSoonFromWaitsForARenewal) {
 
         // The pause of a minute after a renewal that failed.
         RejectTokens(FaultKind::RefuseCode);
-        bounded(byLimit,
-                [this] { return server.waitUntil([this] { return failedUpdates == 1; }); });
+        const auto pauses = [this] {
+            return server.waitUntil([this] { return failedUpdates == 1; });
+        };
+        GiveUp(byLimit, kSoon, pauses, query);
         server.clearFaults();
         ASSERT_TRUE(LogIn()) << "the renewal failed before its pause";
         Veltra::Veltra_Unit();

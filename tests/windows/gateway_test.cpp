@@ -1,6 +1,7 @@
 // The real library over real sockets, against local gateways that are other processes.
 
 #include "e2e/calls.h"
+#include "e2e/given_up.h"
 #include "windows/gateways.h"
 
 #include <Oak/Net/HttpClientOptions.h>
@@ -97,30 +98,17 @@ TEST_F(GatewayTest, AllRoadsWithAnImportedAuthority) {
 constexpr std::chrono::milliseconds kSoon{250};
 
 TEST_F(GatewayTest, CallsAreGivenUp) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds limit{300};
+    const auto reached = [] {
+        std::this_thread::sleep_for(e2e::kLimit / 2);
+        return true;
+    };
     for (const char* const name : {"stalling", "halting"}) {
         for (const bool byLimit : {false, true}) {
             SCOPED_TRACE(std::string(name) + (byLimit ? ", by its limit" : ", cancelled"));
-            Veltra::CCallControl control;
-            if (byLimit) control.SetTimeLimit(limit.count());
             const std::string domain = gateways::Read(name);
             Veltra::Veltra_Enable();
-            const auto begun = Clock::now();
-            auto ended = begun;
-            std::thread caller([&] {
-                const Veltra::CCallScope scope(control);
-                EXPECT_FALSE(Veltra::Veltra_IsDomainValid(domain));
-                ended = Clock::now();
-                EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(),
-                          byLimit ? Veltra::CallOutcome::TimedOut : Veltra::CallOutcome::Cancelled)
-                    << Veltra::Veltra_LastCall().Detail();
-            });
-            std::this_thread::sleep_for(limit / 2);
-            const auto cancelled = Clock::now();
-            if (!byLimit) control.Cancel();
-            caller.join();
-            EXPECT_LT(ended - (byLimit ? begun + limit : cancelled), kSoon);
+            e2e::GiveUp(byLimit, kSoon, reached,
+                        [&] { return Veltra::Veltra_IsDomainValid(domain); });
         }
     }
     ASSERT_TRUE(Reach("plain"));
