@@ -462,12 +462,9 @@ bool Report(FILE* report) {
         std::fprintf(report, "%-22s %9lu\n", name, done.load());
         good = good && done > 0;
     }
-    std::fprintf(
-        report,
-        "queries true %lu, failed as they had to %lu; whole answers %lu, of which excluded "
-        "%lu; bad %lu\n",
-        answers.returnedTrue.load(), answers.failed.load(), answers.whole.load(),
-        answers.excluded.load(), answers.bad.load());
+    std::fprintf(report, "queries true %lu, failed %lu; whole %lu, excluded %lu; bad %lu\n",
+                 answers.returnedTrue.load(), answers.failed.load(), answers.whole.load(),
+                 answers.excluded.load(), answers.bad.load());
     return good;
 }
 
