@@ -25,8 +25,8 @@ namespace {
 
 using e2e::Ask;
 using e2e::GiveUp;
-using e2e::kLimit;
 using e2e::LogIn;
+using e2e::Submit;
 using gateway::FaultKind;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -66,13 +66,6 @@ class DeafPort {
 std::size_t OpenDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-bool Submit(bool withPicture) {
-    const auto comment = std::make_shared<Veltra::LLMComment>("t-2");
-    if (withPicture) comment->SetPictures({"AQID"});
-    std::string id;
-    return Veltra::Veltra_SubmitComments(comment, id);
 }
 
 class CallTest : public testing::TestWithParam<bool> {
@@ -167,7 +160,6 @@ TEST_P(CallTest, ReturnsSoonWhereverItIs) {
     const auto probe = [](const std::string& domain) {
         return [domain] { return Veltra::Veltra_SetDomain(domain); };
     };
-    const auto submit = [](bool withPicture) { return [=] { return Submit(withPicture); }; };
     const struct {
         const char* name;
         std::string_view path;  ///< Of the fault that holds the call up; none: nothing is heard.
@@ -180,8 +172,8 @@ TEST_P(CallTest, ReturnsSoonWhereverItIs) {
         {"head of an answer", gateway::kQueryPath, FaultKind::Stall, query},
         {"body of an answer", gateway::kQueryPath, FaultKind::StallInBody, query},
         {"login", gateway::kTokenPath, FaultKind::StallInBody, [] { return LogIn(); }},
-        {"picture", gateway::kStoragePrefix, FaultKind::Stall, submit(true)},
-        {"feedback", gateway::kFeedbackPath, FaultKind::Stall, submit(false)},
+        {"picture", gateway::kStoragePrefix, FaultKind::Stall, [] { return Submit({"AQID"}); }},
+        {"feedback", gateway::kFeedbackPath, FaultKind::Stall, [] { return Submit({}); }},
     };
     const std::string token = TokenInUse();
     for (const auto& state : states) {
@@ -253,21 +245,12 @@ TEST_P(CallTest, MakesNoAttemptOnceItIsOver) {
     EXPECT_TRUE(control.IsCancelled());
     EXPECT_EQ(Ask(), "2: client send message failed") << "refused before it begins";
     EXPECT_FALSE(LogIn());
-    EXPECT_FALSE(Submit(true));
+    EXPECT_FALSE(Submit({"AQID"}));
     EXPECT_EQ(Veltra::Veltra_LastCall().Attempts(), 0);
     EXPECT_EQ(server.requests().size(), 1U);
     control.Reset();
     EXPECT_NE(Ask().find("World"), std::string::npos);
     EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::Succeeded);
-
-    // Three attempts of 120 ms each don't fit into the limit.
-    control.SetTimeLimit(kLimit.count());
-    Fault(gateway::kQueryPath, FaultKind::Delay, 120);
-    Fault(gateway::kQueryPath, FaultKind::Status, 503);
-    const auto begun = Clock::now();
-    EXPECT_EQ(Ask(), "2: client send message failed");
-    EXPECT_LT(Clock::now() - begun, kLimit + kSoon);
-    EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::TimedOut);
 }
 
 TEST_P(CallTest, OneCancelEndsAllThreadsAndScopesNest) {

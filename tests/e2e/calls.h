@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 
 /// What a host does, in short.
 namespace e2e {
@@ -17,12 +18,10 @@ inline bool LogIn(const std::string& appKey = "good") {
 }
 
 /// Runs a query; gives its answer, or "code: message" when it failed or left an error behind.
-inline bool Query(std::string& text, const std::string& name, const std::string& traceId = "t-1",
-                  Veltra::FilterType filter = Veltra::FilterType::None) {
+inline bool Query(std::string& text, const std::string& name, const std::string& traceId = "t-1") {
     const auto message = std::make_shared<Veltra::CHumanMessage>();
     message->SetElements("greeting", {{"name", name}, {"place", "here"}});
     message->SetSessionID(traceId);
-    message->SetFilterType(filter);
     const auto session = Veltra::CAiHelper(Veltra::ProductType::Default, "").GetLLMSessionItem({});
     std::shared_ptr<Veltra::CLLMMessage> answer;
     const bool answered = session->ExecuteQuery(message, answer);
@@ -32,6 +31,14 @@ inline bool Query(std::string& text, const std::string& name, const std::string&
     text = answered && code == 0 && error.empty() ? answer->GetContent()
                                                   : std::to_string(code) + ": " + error;
     return answered;
+}
+
+/// Submits feedback; `id` may be null.
+inline bool Submit(const std::unordered_set<std::string>& pictures, std::string* id = nullptr) {
+    const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
+    comment->SetPictures(pictures);
+    std::string unused;
+    return Veltra::Veltra_SubmitComments(comment, id != nullptr ? *id : unused);
 }
 
 inline std::string Ask(const std::string& name = "World", const std::string& traceId = "t-1") {

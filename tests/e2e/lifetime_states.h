@@ -19,16 +19,9 @@ constexpr std::uint32_t kPatienceMs =
 /// Says where the host is, and returns when the test lets it go on.
 using Meet = void (*)(const char* where);
 
-inline void SubmitFeedback() {
-    const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
-    comment->SetPictures({"AQID"});
-    std::string id;
-    Veltra::Veltra_SubmitComments(comment, id);
-}
-
 /// Starts threads that query and submit feedback until the process ends.
 inline void KeepBusy(std::latch& begun) {
-    for (const auto call : {+[] { e2e::Ask(); }, +[] { SubmitFeedback(); }}) {
+    for (const auto call : {+[] { e2e::Ask(); }, +[] { e2e::Submit({"AQID"}); }}) {
         for (int i = 0; i < 2; ++i) {
             std::thread([call, &begun] {
                 call();

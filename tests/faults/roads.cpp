@@ -35,13 +35,6 @@ std::string Success(const std::string& data) {
     return R"({"errorCode":"0","message":"","data":{)" + data + "}}";
 }
 
-bool Submit(const std::unordered_set<std::string>& pictures, std::string& id) {
-    const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
-    comment->SetPictures(pictures);
-    id = "kept";
-    return Veltra::Veltra_SubmitComments(comment, id);
-}
-
 void Append(Lines& lines, const Lines& more) {
     lines.insert(lines.end(), more.begin(), more.end());
 }
@@ -213,7 +206,10 @@ Road Slots(const std::string& base) {
     Road road = ThroughSender(
         "Slots", kUpload,
         R"("imageList":[{"uploadInfoList":[{"imageKey":"k","url":")" + SlotUrl(base) + R"("}]}])");
-    road.run = [](std::string& id) { return Submit({"AQID"}, id); };
+    road.run = [](std::string& id) {
+        id = "kept";
+        return e2e::Submit({"AQID"}, &id);
+    };
     road.failedText = "kept";
     Append(road.refused, kNoPicture);
     road.answered = [=](const Answer& answer, Outcome& outcome) {
@@ -251,7 +247,10 @@ Road Put(const std::string& base) {
 
 Road Feedback(const std::string&) {
     Road road = ThroughSender("Feedback", kFeedback, R"("feedbackId":"f-1")");
-    road.run = [](std::string& id) { return Submit({}, id); };
+    road.run = [](std::string& id) {
+        id = "kept";
+        return e2e::Submit({}, &id);
+    };
     road.failedText = "kept";
     road.answered = [](const Answer& answer, Outcome& outcome) {
         const auto code = answer.at("/errorCode");

@@ -69,11 +69,8 @@ class GatewayTest : public testing::Test {
     /// Query, feedback with a picture, withdrawal.
     static void WalkTheRoads() {
         EXPECT_NE(Ask("Ada").find("Ada"), std::string::npos) << Ask("Ada");
-        const auto comment = std::make_shared<Veltra::LLMComment>("t-1");
-        comment->SetComments("Gr\u00fc\u00dfe");
-        comment->SetPictures({"AQID", "BAUG"});
         std::string id;
-        EXPECT_TRUE(Veltra::Veltra_SubmitComments(comment, id));
+        EXPECT_TRUE(e2e::Submit({"AQID", "BAUG"}, &id));
         EXPECT_FALSE(id.empty());
         EXPECT_TRUE(Veltra::Veltra_CancleComments(id));
     }
