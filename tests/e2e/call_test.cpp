@@ -294,6 +294,25 @@ TEST_P(CallTest, ClosesWithinASecondWhileTheMonitorStalls) {
     EXPECT_NE(Ask().find("World"), std::string::npos) << "what was cut changed no flag";
 }
 
+/// A session of before would show its certificate again.
+TEST_P(CallTest, AFailedCertificateRetiresAllThatWasKept) {
+    if (!GetParam()) return;
+    Fault(gateway::kQueryPath, FaultKind::Delay, 100);
+    std::vector<std::jthread> crew;
+    for (int i = 0; i < 5; ++i)  // at once, for more connections than the attempts below use up
+        crew.emplace_back([] { Ask(); });
+    crew.clear();
+    server.clearFaults();
+    server.setCertificate(gateway::Certificate::WrongHost);
+    const std::string port = server.baseUrl().substr(server.baseUrl().rfind(':'));
+    EXPECT_FALSE(Veltra::Veltra_IsDomainValid("https://localhost" + port));
+    EXPECT_EQ(Veltra::Veltra_LastCall().Outcome(), CallOutcome::NotTrusted);
+    server.setCertificate(gateway::Certificate::Good);
+    const auto connections = server.connections();
+    EXPECT_NE(Ask().find("World"), std::string::npos);
+    EXPECT_EQ(server.connections(), connections + 1);
+}
+
 TEST_P(CallTest, LogsOut) {
     ASSERT_TRUE(LogIn());
     EXPECT_TRUE(Veltra::Veltra_Logout());
