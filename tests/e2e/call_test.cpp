@@ -257,8 +257,9 @@ TEST_P(CallTest, OneCancelEndsAllThreadsAndScopesNest) {
     Fault(gateway::kQueryPath, FaultKind::Stall);
     const Veltra::CCallControl inner;
     std::atomic<int> cancelled{0};
+    constexpr int kThreads = 20;  // more than reports have parts
     std::vector<std::thread> threads;
-    for (int i = 0; i < 16; ++i)
+    for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&, i] {
             const Veltra::CCallScope outer(control);
             const Veltra::CCallScope nested(inner);
@@ -268,13 +269,13 @@ TEST_P(CallTest, OneCancelEndsAllThreadsAndScopesNest) {
             EXPECT_EQ(report.TraceId(), traceId) << "never another thread's";
             if (report.Outcome() == CallOutcome::Cancelled) ++cancelled;
         });
-    ASSERT_TRUE(Stalled(16));
+    ASSERT_TRUE(Stalled(kThreads));
     const auto begun = Clock::now();
     control.Cancel();
     for (auto& thread : threads)
         thread.join();
     EXPECT_LT(Clock::now() - begun, milliseconds(500));
-    EXPECT_EQ(cancelled, 16);
+    EXPECT_EQ(cancelled, kThreads);
 }
 
 TEST_P(CallTest, ClosesWithinASecondWhileTheMonitorStalls) {
